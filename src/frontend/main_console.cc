@@ -1,0 +1,155 @@
+#include "frontend/main_console.h"
+
+#include <clocale>
+#include <memory>
+#include <new>
+#include <vector>
+
+#include "base/error.h"
+#include "base/text.h"
+#include "config/sms_settings.h"
+#include "config/win_util.h"
+#include "frontend/command_line.h"
+#include "frontend/console.h"
+#include "frontend/logging.h"
+#include "frontend/string_util.h"
+#include "os/platform.h"
+#include "os/system_runtime.h"
+#include "sending/sms_message.h"
+#include "sending/sms_sender.h"
+
+namespace kw {
+
+// The usage texts, compiled in from their text files.
+std::string UsageTextBytes();
+std::string ExtendedUsageTextBytes();
+
+std::wstring ConfigFilePath;
+bool LogErrors = false;
+bool LogSuccess = false;
+
+namespace {
+
+/// Whether a usage text was written in this process.
+bool UsageShown = false;
+
+/// The line that the handler of Main writes for an error.
+std::wstring ErrorLine(const Error& error) {
+  const long long n = static_cast<long long>(error.number()) - ErrorBase;
+  if (n > 0 && n < 0x10000) {
+    return L"Error: [" + std::to_wstring(n) + L"] " + error.description();
+  }
+  return L"Error: [Unhandled][" + std::to_wstring(error.number()) + L"] " + error.description() +
+         L" (in " + error.source() + L")";
+}
+
+}  // namespace
+
+void ParseOption(std::wstring argument) {
+  argument = ToUpper(TrimBlanks(argument));
+  if (argument == L"/LE") {
+    LogErrors = true;
+  } else if (argument == L"/LS") {
+    LogSuccess = true;
+  } else if (argument == L"/?") {
+    ShowUsage(true);
+  } else if (argument == L"/DEBUG") {
+    DebugMode = true;
+  }
+}
+
+void ShowUsage(bool extended) {
+  if (UsageShown) return;
+  ConsoleWriteLine(FromLocale(extended ? ExtendedUsageTextBytes() : UsageTextBytes()));
+  UsageShown = true;
+}
+
+void Main() {
+  // Released in this order when Main returns: message, arguments, sender, settings.
+  std::shared_ptr<SmsSettings> settings;
+  std::unique_ptr<SmsSender> sender;
+  std::vector<std::wstring> arguments;
+  std::unique_ptr<SmsMessage> message;
+  std::wstring recipient;
+  std::wstring text;
+
+  try {
+    try {
+      InitConsole();
+      ConfigFilePath = ExecutableFolder() + kPathSeparator + L"kestrawind.ini";
+      LogErrors = false;
+      LogSuccess = false;
+      DebugMode = false;
+
+      arguments = SplitCommandLine(RawCommandLine());
+      for (const std::wstring& argument : arguments) {
+        if (StartsWith(argument, L"/", true)) {
+          ParseOption(argument);
+          continue;
+        }
+        const std::wstring stripped = StripChar(argument, L"\"");
+        if (recipient.empty()) {
+          recipient = TrimBlanks(stripped);
+        } else if (text.empty()) {
+          text = stripped;
+        } else {
+          text += L" " + stripped;
+        }
+      }
+      if (recipient.empty()) {
+        ShowUsage(false);
+        return;
+      }
+      LogDebug(L"Sms Number : " + recipient);
+      LogDebug(L"Sms Message : " + text);
+
+      if (!FileExists(ConfigFilePath)) throw AppError(570, L"Configuration file not found.");
+      settings = std::make_shared<SmsSettings>();
+      settings->ConfigFile = ConfigFilePath;
+      settings->Load();
+      settings->Validate();
+
+      sender = std::make_unique<SmsSender>();
+      sender->Settings = settings;
+      message = std::make_unique<SmsMessage>();
+      message->Recipient = recipient;
+      message->Message = text;
+      sender->SendSms(*message);
+
+      const std::wstring success =
+          L"Successfully sent message <" + text + L"> to recipient <" + recipient + L">";
+      if (LogSuccess) LogEvent(success, 4);
+      ConsoleWriteLine(success);
+    } catch (const std::bad_alloc&) {
+      throw Error(7, kProgramSource, L"Out of memory");
+    } catch (const Error&) {
+      throw;
+    } catch (const std::exception& failure) {
+      throw Error(51, kProgramSource, L"Internal error: " + FromLocale(failure.what()));
+    }
+  } catch (const Error& error) {
+    // From here on further errors are ignored: the line goes out regardless.
+    const std::wstring line = ErrorLine(error);
+    ConsoleWriteLine(line);
+    if (LogErrors) {
+      try {
+        LogEvent(line, 1);
+      } catch (...) {
+      }
+    }
+  }
+}
+
+int RunProgram() {
+  std::setlocale(LC_ALL, "");
+  // The optional section "Ports" of the configuration file names the device of a port number;
+  // it stands in for the platform's own names of serial ports.
+  std::unique_ptr<Runtime> runtime = NewSystemRuntime([](int16_t port) {
+    return IniGet(L"", L"Ports", std::to_wstring(port), L"");
+  });
+  ScopedRuntime installed(*runtime);
+  Main();
+  return 0;
+}
+
+}  // namespace kw

@@ -1,0 +1,29 @@
+#ifndef KW_FRONTEND_MAIN_CONSOLE_H_
+#define KW_FRONTEND_MAIN_CONSOLE_H_
+
+#include <string>
+
+namespace kw {
+
+/// Full path of the configuration file; IniGet and IniPut fall back to it.
+extern std::wstring ConfigFilePath;
+/// Set by /LE: the error line also goes to the event log.
+extern bool LogErrors;
+/// Set by /LS: the success line also goes to the event log.
+extern bool LogSuccess;
+
+/// One run: reads the command line, loads the settings, sends, and reports in one line.
+void Main();
+
+/// Applies one option argument ("/LE", "/LS", "/?", "/DEBUG" in any case); others do nothing.
+void ParseOption(std::wstring argument);
+
+/// Writes the short or the extended usage, unless a usage text was written already.
+void ShowUsage(bool extended);
+
+/// The process's entry: sets the locale, installs the operating system's runtime, runs Main.
+int RunProgram();
+
+}  // namespace kw
+
+#endif  // KW_FRONTEND_MAIN_CONSOLE_H_

@@ -1,0 +1,54 @@
+#include "link/communication.h"
+
+#include "base/error.h"
+#include "base/int16.h"
+#include "base/text.h"
+
+namespace kw {
+namespace {
+
+struct ControlName {
+  wchar_t code;
+  const wchar_t* name;
+};
+
+// In the order the replacements run; each name is printable, so no row touches another's work.
+constexpr ControlName kControlNames[] = {
+    {0x02, L"<STX>"}, {0x03, L"<ETX>"}, {0x0D, L"<CR>"},   {0x06, L"<ACK>"},
+    {0x1B, L"<ESC>"}, {0x1E, L"<RS>"},  {0x04, L"<EOT>"},  {0x15, L"<NAK>"},
+    {0x0A, L"<LF>"},  {0x13, L"<XOFF>"}, {0x11, L"<XON>"},
+};
+
+}  // namespace
+
+std::wstring ShowControlChars(std::wstring text) {
+  for (const ControlName& row : kControlNames) {
+    const std::wstring name = row.name;
+    for (size_t at = text.find(row.code); at != std::wstring::npos;
+         at = text.find(row.code, at + name.size())) {
+      text.replace(at, 1, name);
+    }
+  }
+  return text;
+}
+
+std::wstring IA5Encode(const std::wstring& text) {
+  static const wchar_t kHex[] = L"0123456789ABCDEF";
+  try {
+    // Length and index are 16-bit counters; the index passes the length at the end.
+    const int16_t length = CheckInt16(static_cast<long long>(text.size()));
+    CheckInt16(static_cast<long long>(length) + 1);
+    std::wstring encoded;
+    encoded.reserve(text.size() * 2);
+    for (wchar_t c : text) {
+      const unsigned char code = LineCode(c);
+      encoded.push_back(kHex[code >> 4]);
+      encoded.push_back(kHex[code & 0x0F]);
+    }
+    return encoded;
+  } catch (const Error& failure) {
+    throw AppError(550, L"Error occured in IA5Encoding of message (" + failure.description() + L")");
+  }
+}
+
+}  // namespace kw

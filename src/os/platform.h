@@ -1,0 +1,28 @@
+#ifndef KW_OS_PLATFORM_H_
+#define KW_OS_PLATFORM_H_
+
+#include <string>
+
+namespace kw {
+
+/// The raw command line: the text behind the program's own name, as one line.
+std::wstring RawCommandLine();
+
+/// The folder that holds the running executable, symlinks resolved.
+std::wstring ExecutableFolder();
+
+/// The platform's separator between a folder and a name in a path.
+extern const wchar_t kPathSeparator[];
+
+/// True when the path names a plain file (not a folder, device or hidden/system entry).
+bool PlainFileExists(const std::wstring& path);
+
+/// Writes the bytes to standard output in one call; true when the write succeeded.
+bool WriteStandardOutput(const std::string& bytes);
+
+/// Records a text in the system's event log; eventType 1 is error, 4 is information.
+void WriteEventLog(const std::wstring& text, int eventType);
+
+}  // namespace kw
+
+#endif  // KW_OS_PLATFORM_H_

@@ -1,0 +1,68 @@
+#ifndef KW_OS_RUNTIME_H_
+#define KW_OS_RUNTIME_H_
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "os/serial_comm.h"
+
+namespace kw {
+
+/// Something with events to deliver on the program's one thread, such as an open serial port.
+class EventSource {
+ public:
+  virtual ~EventSource() = default;
+  /// Raises every event whose cause is there now; never blocks.
+  virtual void DeliverPending() = 0;
+  /// The descriptor that the real loop waits on, or -1 for none.
+  virtual int WaitDescriptor() const { return -1; }
+  /// The poll(2) events to wait for on that descriptor.
+  virtual short WaitEvents() const { return 0; }
+  /// The longest that a wait may block before this source wants to look again, in
+  /// milliseconds (for output that drains without a descriptor event); -1 for no limit.
+  virtual int WaitLimitMs() const { return -1; }
+};
+
+/// The clock, the delivery of events and the making of serial components: the services
+/// that a run waits on. The real one sits on the operating system; tests use a virtual one.
+class Runtime {
+ public:
+  virtual ~Runtime() = default;
+
+  /// A clock reading in whole seconds; only differences of two readings mean anything.
+  virtual int64_t NowSeconds() = 0;
+  /// The current local date and time in the system's default text form, whole seconds.
+  virtual std::wstring NowText() = 0;
+  /// Lets every pending event be delivered once; never blocks.
+  virtual void DoEvents() = 0;
+  /// Blocks until an event is pending or the clock reaches its next whole second.
+  virtual void WaitForEvent() = 0;
+  /// Blocks for the given milliseconds and delivers nothing.
+  virtual void Sleep(int milliseconds) = 0;
+  /// Makes a new serial component, closed, tied to this runtime's event delivery.
+  virtual std::unique_ptr<SerialComm> NewSerialComm() = 0;
+
+  /// Sources register while they may have events and unregister before they go.
+  virtual void AddSource(EventSource* source) = 0;
+  virtual void RemoveSource(EventSource* source) = 0;
+};
+
+/// The runtime of this process: the one installed last, else the operating system's.
+Runtime& CurrentRuntime();
+
+/// Installs a runtime for as long as it lives (a test's virtual one, or main's real one).
+class ScopedRuntime {
+ public:
+  explicit ScopedRuntime(Runtime& runtime);
+  ~ScopedRuntime();
+  ScopedRuntime(const ScopedRuntime&) = delete;
+  ScopedRuntime& operator=(const ScopedRuntime&) = delete;
+
+ private:
+  Runtime* previous_;
+};
+
+}  // namespace kw
+
+#endif  // KW_OS_RUNTIME_H_

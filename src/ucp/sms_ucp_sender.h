@@ -1,0 +1,34 @@
+#ifndef KW_UCP_SMS_UCP_SENDER_H_
+#define KW_UCP_SMS_UCP_SENDER_H_
+
+#include <cstdint>
+#include <string>
+
+#include "link/modem.h"
+#include "sending/sms_message.h"
+
+namespace kw {
+
+/// The UCP side of sending: builds the frame of one operation and hands it over.
+class SmsUcpSender {
+ public:
+  std::wstring OperationType;   ///< "01", "03", "30" or "51"
+  std::wstring Legitimization;  ///< held, carried by no frame
+  std::wstring Authentication;  ///< field 3 of operations "03" and "51"
+  int16_t TextLength = 0;       ///< largest length of the encoded text, in hex digits
+  std::wstring SenderNumber;    ///< field 2 of every operation
+  /// The link, lent by SmsSender once the line is up.
+  kw::modem* modem = nullptr;
+
+  /// Builds the whole frame, STX to ETX; raises 554, 552, 553 or an overflow before any call.
+  std::wstring PrepareMessage(const SmsMessage& msg);
+  /// Sends the frame and reads the reply; a normal return means accepted.
+  void Send(const std::wstring& msg);
+
+  /// The frame's two checksum digits: the low eight bits of a 16-bit sum, upper-case hex.
+  static std::wstring UcpChecksum(const std::wstring& text);
+};
+
+}  // namespace kw
+
+#endif  // KW_UCP_SMS_UCP_SENDER_H_

@@ -1,0 +1,117 @@
+#ifndef KW_TESTS_VIRTUAL_RUNTIME_H_
+#define KW_TESTS_VIRTUAL_RUNTIME_H_
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "os/runtime.h"
+#include "sim/peer.h"
+
+namespace kw::test {
+
+class FakeComm;
+
+/// A runtime whose clock moves only when the program waits: every wait, sleep and time-out of a
+/// run plays out in microseconds of real time, in a fixed order.
+class VirtualRuntime : public Runtime {
+ public:
+  /// The clock starts at start_ms (milliseconds; whole seconds are start_ms / 1000).
+  explicit VirtualRuntime(int64_t start_ms = 1'000'000);
+  ~VirtualRuntime() override;
+
+  int64_t NowSeconds() override { return now_ms_ / 1000; }
+  std::wstring NowText() override;
+  void DoEvents() override;
+  void WaitForEvent() override;
+  void Sleep(int milliseconds) override;
+  std::unique_ptr<SerialComm> NewSerialComm() override;
+  void AddSource(EventSource* source) override;
+  void RemoveSource(EventSource* source) override;
+
+  /// The clock in milliseconds.
+  int64_t now_ms() const { return now_ms_; }
+  /// Runs the action when the clock reaches at_ms (at once if that time has passed).
+  void At(int64_t at_ms, std::function<void()> action);
+
+  /// The device behind every serial port that this runtime makes; not owned.
+  void set_peer(sim::Peer* peer) { peer_ = peer; }
+  /// Makes the next openings of a port fail, as a missing or held device does.
+  void set_open_fails(bool fails) { open_fails_ = fails; }
+  bool open_fails() const { return open_fails_; }
+  sim::Peer* peer() const { return peer_; }
+
+  /// What crossed the line: "> " from the program, "< " to it, "-- open", "-- close", "# " notes.
+  std::vector<std::string>& transcript() { return transcript_; }
+  /// All bytes that the program wrote, in order.
+  std::string written() const;
+  /// How often WaitForEvent blocked; a spinning wait would run this up without the clock moving.
+  int64_t waits() const { return waits_; }
+
+ private:
+  void RunDue();
+  void AdvanceTo(int64_t at_ms);
+  bool AnythingPending() const;
+
+  int64_t now_ms_;
+  int64_t waits_ = 0;
+  std::multimap<int64_t, std::function<void()>> schedule_;
+  std::vector<EventSource*> sources_;
+  sim::Peer* peer_ = nullptr;
+  bool open_fails_ = false;
+  std::vector<std::string> transcript_;
+};
+
+/// The serial port under a virtual runtime: what the program writes goes to the runtime's peer at
+/// once, and what the peer sends arrives at the time it names.
+class FakeComm : public SerialComm, public EventSource, public sim::PeerLine {
+ public:
+  explicit FakeComm(VirtualRuntime& runtime) : runtime_(runtime) {}
+  ~FakeComm() override;
+
+  void SetCommPort(int16_t port) override { port_ = port; }
+  void SetRThreshold(int16_t count) override { rthreshold_ = count; }
+  void SetSThreshold(int16_t count) override { sthreshold_ = count; }
+  void SetRTSEnable(bool enable) override { rts_ = enable; }
+  void SetPortOpen(bool open) override;
+  bool PortOpen() const override { return open_; }
+  void SetInBufferCount(int16_t count) override;
+  void SetOutput(const std::wstring& text) override;
+  int16_t OutBufferCount() override { return 0; }
+  std::wstring Input() override;
+  bool CDHolding() override { return open_ && carrier_; }
+  int16_t CommEvent() const override { return event_; }
+
+  void DeliverPending() override;
+  bool HasPending() const;
+
+  void SendAt(int64_t at_ms, const std::string& bytes) override;
+  void SetCarrier(bool high) override { carrier_ = high; }
+  void Note(const std::string& text) override;
+
+  int16_t port() const { return port_; }
+  bool rts() const { return rts_; }
+
+ private:
+  VirtualRuntime& runtime_;
+  /// Bumped at every opening, so that bytes scheduled for an earlier call never arrive.
+  int generation_ = 0;
+  int16_t port_ = 0;
+  int16_t rthreshold_ = 0;
+  int16_t sthreshold_ = 0;
+  bool rts_ = false;
+  bool open_ = false;
+  bool carrier_ = false;
+  bool send_armed_ = false;
+  int16_t event_ = 0;
+  std::string input_;
+  /// Expires with this object, so that bytes still scheduled for it are dropped.
+  std::shared_ptr<int> alive_ = std::make_shared<int>(0);
+};
+
+}  // namespace kw::test
+
+#endif  // KW_TESTS_VIRTUAL_RUNTIME_H_
