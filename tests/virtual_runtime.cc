@@ -26,18 +26,35 @@ void VirtualRuntime::At(int64_t at_ms, std::function<void()> action) {
   schedule_.emplace(std::max(at_ms, now_ms_), std::move(action));
 }
 
+sim::TimedPeer* VirtualRuntime::Timed() const {
+  return open_comm_ ? dynamic_cast<sim::TimedPeer*>(peer_) : nullptr;
+}
+
+int64_t VirtualRuntime::NextDue() const {
+  int64_t next = schedule_.empty() ? sim::kNoTimer : schedule_.begin()->first;
+  if (sim::TimedPeer* timed = Timed()) {
+    const int64_t timer = timed->NextTimerMs();
+    if (timer != sim::kNoTimer && (next == sim::kNoTimer || timer < next)) next = timer;
+  }
+  return next;
+}
+
 void VirtualRuntime::RunDue() {
-  while (!schedule_.empty() && schedule_.begin()->first <= now_ms_) {
-    auto action = std::move(schedule_.begin()->second);
-    schedule_.erase(schedule_.begin());
-    action();
+  for (int64_t next = NextDue(); next != sim::kNoTimer && next <= now_ms_; next = NextDue()) {
+    if (!schedule_.empty() && schedule_.begin()->first <= now_ms_) {
+      auto action = std::move(schedule_.begin()->second);
+      schedule_.erase(schedule_.begin());
+      action();
+    } else {
+      Timed()->OnTimer(now_ms_, *open_comm_);
+    }
   }
 }
 
 void VirtualRuntime::AdvanceTo(int64_t at_ms) {
   if (at_ms - now_ms_ > kVirtualTimeLimitMs) throw std::runtime_error("virtual run hangs");
-  while (!schedule_.empty() && schedule_.begin()->first <= at_ms) {
-    now_ms_ = std::max(now_ms_, schedule_.begin()->first);
+  for (int64_t next = NextDue(); next != sim::kNoTimer && next <= at_ms; next = NextDue()) {
+    now_ms_ = std::max(now_ms_, next);
     RunDue();
   }
   now_ms_ = at_ms;
@@ -65,7 +82,8 @@ void VirtualRuntime::WaitForEvent() {
   RunDue();
   if (AnythingPending()) return;
   int64_t until = (now_ms_ / 1000 + 1) * 1000;
-  if (!schedule_.empty()) until = std::min(until, schedule_.begin()->first);
+  const int64_t next = NextDue();
+  if (next != sim::kNoTimer) until = std::min(until, next);
   AdvanceTo(until);
 }
 
@@ -104,6 +122,7 @@ void FakeComm::SetPortOpen(bool open) {
     ++generation_;
     input_.clear();
     runtime_.AddSource(this);
+    runtime_.set_open_comm(this);
     runtime_.transcript().push_back("-- open");
   } else {
     open_ = false;
@@ -111,6 +130,7 @@ void FakeComm::SetPortOpen(bool open) {
     runtime_.RemoveSource(this);
     runtime_.transcript().push_back("-- close");
     if (runtime_.peer()) runtime_.peer()->OnClose(runtime_.now_ms(), *this);
+    runtime_.set_open_comm(nullptr);
     carrier_ = false;
   }
 }

@@ -10,6 +10,7 @@
 
 #include "os/runtime.h"
 #include "sim/peer.h"
+#include "sim/sim_modem.h"
 
 namespace kw::test {
 
@@ -43,15 +44,21 @@ class VirtualRuntime : public Runtime {
   void set_open_fails(bool fails) { open_fails_ = fails; }
   bool open_fails() const { return open_fails_; }
   sim::Peer* peer() const { return peer_; }
+  /// The port that is open now; a timed peer acts on its line.
+  void set_open_comm(FakeComm* comm) { open_comm_ = comm; }
 
   /// What crossed the line: "> " from the program, "< " to it, "-- open", "-- close", "# " notes.
   std::vector<std::string>& transcript() { return transcript_; }
+  const std::vector<std::string>& transcript() const { return transcript_; }
   /// All bytes that the program wrote, in order.
   std::string written() const;
   /// How often WaitForEvent blocked; a spinning wait would run this up without the clock moving.
   int64_t waits() const { return waits_; }
 
  private:
+  sim::TimedPeer* Timed() const;
+  /// The earliest scheduled byte delivery or peer timer, or sim::kNoTimer.
+  int64_t NextDue() const;
   void RunDue();
   void AdvanceTo(int64_t at_ms);
   bool AnythingPending() const;
@@ -61,6 +68,7 @@ class VirtualRuntime : public Runtime {
   std::multimap<int64_t, std::function<void()>> schedule_;
   std::vector<EventSource*> sources_;
   sim::Peer* peer_ = nullptr;
+  FakeComm* open_comm_ = nullptr;
   bool open_fails_ = false;
   std::vector<std::string> transcript_;
 };

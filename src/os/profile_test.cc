@@ -1,0 +1,203 @@
+#include "os/profile.h"
+
+#include <gtest/gtest.h>
+
+#include <clocale>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <random>
+#include <string>
+
+namespace kw {
+namespace {
+
+namespace fs = std::filesystem;
+using std::string_literals::operator""s;  // for bytes with a NUL inside
+
+/// A fresh folder under the temp folder, removed with everything in it at the end.
+class TempFolder {
+ public:
+  TempFolder() {
+    std::random_device random;
+    do {
+      path_ = fs::temp_directory_path() / ("kw-profile-" + std::to_string(random()));
+    } while (!fs::create_directory(path_));
+  }
+  ~TempFolder() {
+    std::error_code ignored;
+    fs::remove_all(path_, ignored);
+  }
+  fs::path File(const std::string& name) const { return path_ / name; }
+
+ private:
+  fs::path path_;
+};
+
+void WriteBytes(const fs::path& path, const std::string& bytes) {
+  std::ofstream(path, std::ios::binary) << bytes;
+}
+
+std::string ReadBytes(const fs::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+/// Writes the bytes to a file and reads one key of it, with "dflt" as the default.
+std::wstring Get(const std::string& bytes, const std::wstring& section, const std::wstring& key) {
+  TempFolder folder;
+  WriteBytes(folder.File("t.ini"), bytes);
+  return ProfileGetString(section, key, L"dflt", folder.File("t.ini").wstring());
+}
+
+struct ReadCase {
+  const char* what;
+  std::string bytes;
+  const wchar_t* section;
+  const wchar_t* key;
+  std::wstring want;
+};
+
+TEST(ProfileGetString, FollowsTheFileRules) {
+  const ReadCase cases[] = {
+      {"LF", "[a]\nk=v\nx=y\n", L"a", L"x", L"y"},
+      {"CR LF", "[a]\r\nk=v\r\nx=y\r\n", L"a", L"k", L"v"},
+      {"lone CR", "[a]\rk=v\rx=y\r", L"a", L"x", L"y"},
+      {"lone CR, not in value", "[a]\rk=v\rx=y\r", L"a", L"k", L"v"},
+      {"no final line end", "[a]\nk=v", L"a", L"k", L"v"},
+      {"byte-order mark", "\xEF\xBB\xBF[a]\nk=v\n", L"a", L"k", L"v"},
+      {"NUL ends the line", "[a]\nk=v\0junk\nx=y\n"s, L"a", L"k", L"v"},
+      {"line after a NUL", "[a]\nk=v\0junk\nx=y\n"s, L"a", L"x", L"y"},
+      {"NUL before =", "[a]\nk\0=v\n"s, L"a", L"k", L"dflt"},
+      {"junk after last ]", "[ a b ]; note\nk=v\n", L"a b", L"k", L"v"},
+      {"name up to last ]", "[a]b]\nk=v\n", L"a]b", L"k", L"v"},
+      {"not up to first ]", "[a]b]\nk=v\n", L"a", L"k", L"dflt"},
+      {"[ without ] is no header", "[a]\nk=1\n[b\nk=2\n", L"a", L"k", L"1"},
+      {"[ without ] has no section", "[b\nk=2\n", L"b", L"k", L"dflt"},
+      {"[ without ] is no key", "[a]\n[k=2\n", L"a", L"[k", L"dflt"},
+      {"case of names", "[SeC]\nKeY=v\n", L"sEc", L"kEy", L"v"},
+      {"blanks around names", " \t[\t a \t]\n \tk \t= v\n", L"a", L"k", L"v"},
+      {"second section ignored", "[a]\nk=1\n[A]\nk=2\nj=3\n", L"a", L"j", L"dflt"},
+      {"first section searched", "[a]\nk=1\n[A]\nk=2\n", L"a", L"k", L"1"},
+      {"first key wins", "[a]\nk=1\nK=2\n", L"a", L"k", L"1"},
+      {"first key wins when empty", "[a]\nk=\nk=2\n", L"a", L"k", L""},
+      {"section ends at next header", "[a]\n[b]\nk=v\n", L"a", L"k", L"dflt"},
+      {"first = splits", "[a]\nk=x=y\n", L"a", L"k", L"x=y"},
+      {"value trimmed", "[a]\nk= \t v w \t \n", L"a", L"k", L"v w"},
+      {"double quotes", "[a]\nk=\"v\"\n", L"a", L"k", L"v"},
+      {"single quotes", "[a]\nk='v'\n", L"a", L"k", L"v"},
+      {"quotes after trim", "[a]\nk= \" v \" \n", L"a", L"k", L" v "},
+      {"mismatched quotes", "[a]\nk=\"v'\n", L"a", L"k", L"\"v'"},
+      {"one pair only", "[a]\nk=\"\"v\"\"\n", L"a", L"k", L"\"v\""},
+      {"lone quote", "[a]\nk=\"\n", L"a", L"k", L"\""},
+      {"; and # in value", "[a]\nk=x ;y #z\n", L"a", L"k", L"x ;y #z"},
+      {"value starting with ;", "[a]\nk=;x\n", L"a", L"k", L";x"},
+      {"key without =", "[a]\nk\n", L"a", L"k", L"dflt"},
+      {"empty value", "[a]\nk=  \n", L"a", L"k", L""},
+      {"missing section", "[a]\nk=v\n", L"b", L"k", L"dflt"},
+      {"missing key", "[a]\nk=v\n", L"a", L"j", L"dflt"},
+      {"key before any section", "k=v\n[a]\n", L"a", L"k", L"dflt"},
+      {"cut to 253", "[a]\nk=" + std::string(300, 'x'), L"a", L"k", std::wstring(253, L'x')},
+      {"253 kept whole", "[a]\nk=" + std::string(253, 'x'), L"a", L"k", std::wstring(253, L'x')},
+  };
+  for (const ReadCase& c : cases) {
+    EXPECT_EQ(Get(c.bytes, c.section, c.key), c.want) << c.what;
+  }
+}
+
+TEST(ProfileGetString, MissingFileOrFolderGivesDefault) {
+  TempFolder folder;
+  EXPECT_EQ(ProfileGetString(L"a", L"k", L"dflt", folder.File("none.ini").wstring()), L"dflt");
+  fs::create_directory(folder.File("dir.ini"));
+  EXPECT_EQ(ProfileGetString(L"a", L"k", L"dflt", folder.File("dir.ini").wstring()), L"dflt");
+}
+
+/// Switches the program to a UTF-8 locale for one test and back afterwards.
+class Utf8Locale {
+ public:
+  Utf8Locale() : old_(std::setlocale(LC_ALL, nullptr)) {
+    ok_ = std::setlocale(LC_ALL, "C.UTF-8") != nullptr;
+  }
+  ~Utf8Locale() { std::setlocale(LC_ALL, old_.c_str()); }
+  bool ok() const { return ok_; }
+
+ private:
+  std::string old_;
+  bool ok_ = false;
+};
+
+TEST(ProfileGetString, DecodesTheLocaleAndFallsBackToWindows1252) {
+  Utf8Locale locale;
+  ASSERT_TRUE(locale.ok());
+  EXPECT_EQ(Get("[a]\nk=caf\xC3\xA9\n", L"a", L"k"), L"caf\u00E9");
+  EXPECT_EQ(Get("[a]\nk=caf\xE9\n", L"a", L"k"), L"caf\u00E9");
+  EXPECT_EQ(Get("[a]\nk=\x80\n", L"a", L"k"), L"\u20AC");
+  std::string long_value;
+  for (int i = 0; i < 300; ++i) long_value += "\xC3\xA9";
+  EXPECT_EQ(Get("[a]\nk=" + long_value, L"a", L"k"), std::wstring(253, L'\u00E9'));
+
+  TempFolder folder;
+  ProfileWriteString(L"a", L"k", L"\u00E9", folder.File("w.ini").wstring());
+  EXPECT_EQ(ReadBytes(folder.File("w.ini")), "[a]\r\nk=\xC3\xA9\r\n");
+}
+
+struct WriteCase {
+  const char* what;
+  std::string before;
+  const wchar_t* section;
+  const wchar_t* key;
+  std::string after;
+};
+
+TEST(ProfileWriteString, ChangesOnlyWhatItMust) {
+  const WriteCase cases[] = {
+      {"in place, all else kept", "; top\r\n\r\n[a]\r\n  K = old ; c\r\nz=1\n[b]\rk=2", L"A", L"k",
+       "; top\r\n\r\n[a]\r\nK=new\r\nz=1\n[b]\rk=2"},
+      {"in place, last line", "[a]\nk=old", L"a", L"k", "[a]\nk=new"},
+      {"in place, first of two", "[a]\nk=\nk=2\n", L"a", L"k", "[a]\nk=new\nk=2\n"},
+      {"in place, NUL line", "[a]\nk=1\0junk\r\nx\n"s, L"a", L"k", "[a]\nk=new\r\nx\n"},
+      {"in place, mark kept", "\xEF\xBB\xBF[a]\nk=1\n", L"a", L"k", "\xEF\xBB\xBF[a]\nk=new\n"},
+      {"add key, last section", "[a]\r\nk=1\r\n", L"a", L"j", "[a]\r\nk=1\r\nj=new\r\n"},
+      {"add key, not last section", "[a]\nk=1\n\n;c\n[b]\nm=2\n", L"a", L"j",
+       "[a]\nk=1\nj=new\r\n\n;c\n[b]\nm=2\n"},
+      {"add key, section without keys", "[a]\n[b]\n", L"a", L"j", "[a]\nj=new\r\n[b]\n"},
+      {"add key, no final line end", "[a]\nk=1", L"a", L"j", "[a]\nk=1\r\nj=new\r\n"},
+      {"add key, first section only", "[a]\nk=1\n[a]\nj=5\n", L"a", L"j",
+       "[a]\nk=1\nj=new\r\n[a]\nj=5\n"},
+      {"add section", "[a]\nk=1\n", L"b", L"j", "[a]\nk=1\n[b]\r\nj=new\r\n"},
+      {"add section, lone CR end", "[a]\rk=1\r", L"b", L"j", "[a]\rk=1\r[b]\r\nj=new\r\n"},
+      {"add section, no final line end", "[a]\nk=1", L"b", L"j", "[a]\nk=1\r\n[b]\r\nj=new\r\n"},
+      {"add section, empty file", "", L"b", L"j", "[b]\r\nj=new\r\n"},
+      {"add section, mark only", "\xEF\xBB\xBF", L"b", L"j", "\xEF\xBB\xBF[b]\r\nj=new\r\n"},
+  };
+  for (const WriteCase& c : cases) {
+    TempFolder folder;
+    WriteBytes(folder.File("t.ini"), c.before);
+    ProfileWriteString(c.section, c.key, L"new", folder.File("t.ini").wstring());
+    EXPECT_EQ(ReadBytes(folder.File("t.ini")), c.after) << c.what;
+  }
+}
+
+TEST(ProfileWriteString, CreatesTheFileAndLeavesAFolderAlone) {
+  TempFolder folder;
+  ProfileWriteString(L"s", L"k", L"v", folder.File("new.ini").wstring());
+  EXPECT_EQ(ReadBytes(folder.File("new.ini")), "[s]\r\nk=v\r\n");
+  fs::create_directory(folder.File("dir.ini"));
+  ProfileWriteString(L"s", L"k", L"v", folder.File("dir.ini").wstring());
+  EXPECT_TRUE(fs::is_directory(folder.File("dir.ini")));
+}
+
+TEST(ProfileWriteString, RoundTripsThirteenKeys) {
+  TempFolder folder;
+  const std::wstring path = folder.File("r.ini").wstring();
+  const auto section = [](int i) { return L"s" + std::to_wstring(i % 3); };
+  const auto key = [](int i) { return L"key" + std::to_wstring(i); };
+  const auto value = [](int i) { return i == 0 ? std::wstring() : L"v;" + std::to_wstring(i); };
+  for (int i = 0; i < 13; ++i) ProfileWriteString(section(i), key(i), value(i), path);
+  for (int i = 0; i < 13; ++i) {
+    EXPECT_EQ(ProfileGetString(section(i), key(i), L"dflt", path), value(i)) << i;
+  }
+}
+
+}  // namespace
+}  // namespace kw

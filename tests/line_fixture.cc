@@ -1,0 +1,68 @@
+#include "line_fixture.h"
+
+#include "frontend/logging.h"
+
+namespace kw::test {
+
+LineFixture::LineFixture() {
+  settings_->Protocol = L"TAP";
+  settings_->Port = L"1";
+  settings_->ConnectionTimeout = L"20";
+  settings_->SmsCenterNumber = L"0612 345";
+  sender_.Settings = settings_;
+  UseModem(sim::ModemScenario{});
+}
+
+LineFixture::~LineFixture() { DebugMode = false; }
+
+void LineFixture::UseModem(const sim::ModemScenario& scenario, std::unique_ptr<sim::Peer> centre) {
+  modem_peer_ = std::make_unique<sim::SimModem>(scenario);
+  if (centre) modem_peer_->SetCentre(std::move(centre));
+  runtime_.set_peer(modem_peer_.get());
+}
+
+std::unique_ptr<Error> LineFixture::Send(const std::wstring& recipient, const std::wstring& text) {
+  message_.Recipient = recipient;
+  message_.Message = text;
+  try {
+    sender_.SendSms(message_);
+    return nullptr;
+  } catch (const Error& e) {
+    return std::make_unique<Error>(e);
+  }
+}
+
+std::vector<std::string> LineFixture::SendWithDebug(std::unique_ptr<Error>* error) {
+  DebugMode = true;
+  testing::internal::CaptureStdout();
+  *error = Send();
+  const std::string out = testing::internal::GetCapturedStdout();
+  DebugMode = false;
+  std::vector<std::string> texts;
+  for (size_t at = 0; at < out.size();) {
+    size_t end = out.find("\r\n", at);
+    if (end == std::string::npos) end = out.size();
+    const std::string line = out.substr(at, end - at);
+    texts.push_back(line.substr(line.find('\t') + 1));
+    at = end + 2;
+  }
+  return texts;
+}
+
+std::vector<std::string> LineFixture::Lines(const std::string& prefix) const {
+  std::vector<std::string> found;
+  for (const std::string& line : runtime_.transcript()) {
+    if (line.rfind(prefix, 0) == 0) found.push_back(line);
+  }
+  return found;
+}
+
+bool InOrder(const std::vector<std::string>& haystack, const std::vector<std::string>& needles) {
+  size_t next = 0;
+  for (const std::string& line : haystack) {
+    if (next < needles.size() && line == needles[next]) ++next;
+  }
+  return next == needles.size();
+}
+
+}  // namespace kw::test
