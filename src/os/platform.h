@@ -14,10 +14,12 @@ std::wstring ExecutableFolder();
 /// The platform's separator between a folder and a name in a path.
 extern const wchar_t kPathSeparator[];
 
-/// True when the path names a plain file (not a folder, device or hidden/system entry).
+/// True when the path names a plain file: not a folder or a device (nor, where the file system
+/// marks them, a hidden or system file).
 bool PlainFileExists(const std::wstring& path);
 
-/// Writes the bytes to standard output in one call; true when the write succeeded.
+/// Writes the bytes straight to standard output, with no buffer in between; true when all of
+/// them were written.
 bool WriteStandardOutput(const std::string& bytes);
 
 /// Records a text in the system's event log; eventType 1 is error, 4 is information.
