@@ -1,0 +1,117 @@
+#include <poll.h>
+#include <time.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <ctime>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "base/text.h"
+#include "os/serial_comm-posix.h"
+#include "os/system_runtime.h"
+
+namespace kw {
+namespace {
+
+constexpr int64_t kNsPerMs = 1000000;
+constexpr int64_t kNsPerSecond = 1000000000;
+
+// The monotonic clock in nanoseconds: a wall-clock jump can't stretch or cut short a wait.
+int64_t MonotonicNs() {
+  timespec now{};
+  ::clock_gettime(CLOCK_MONOTONIC, &now);
+  return static_cast<int64_t>(now.tv_sec) * kNsPerSecond + now.tv_nsec;
+}
+
+// The operating system's runtime: the monotonic clock, poll(2) over the sources' descriptors.
+class PosixRuntime final : public Runtime {
+ public:
+  explicit PosixRuntime(PortDeviceResolver device_for_port)
+      : device_for_port_(std::move(device_for_port)) {}
+
+  int64_t NowSeconds() override { return MonotonicNs() / kNsPerSecond; }
+
+  std::wstring NowText() override {
+    const std::time_t now = std::time(nullptr);
+    std::tm local{};
+    ::localtime_r(&now, &local);
+    char text[128];
+    const size_t length = std::strftime(text, sizeof text, "%x %X", &local);
+    return FromLocale(std::string(text, length));
+  }
+
+  void DoEvents() override {
+    // A handler may add or remove sources: walk a copy and skip the ones gone meanwhile.
+    const std::vector<EventSource*> round = sources_;
+    for (EventSource* source : round) {
+      if (std::find(sources_.begin(), sources_.end(), source) != sources_.end()) {
+        source->DeliverPending();
+      }
+    }
+  }
+
+  void WaitForEvent() override {
+    std::vector<pollfd> fds;
+    int limit_ms = -1;
+    for (const EventSource* source : sources_) {
+      const int fd = source->WaitDescriptor();
+      if (fd >= 0) fds.push_back(pollfd{fd, source->WaitEvents(), 0});
+      const int limit = source->WaitLimitMs();
+      if (limit > 0 && (limit_ms < 0 || limit < limit_ms)) limit_ms = limit;
+    }
+    int64_t now = MonotonicNs();
+    int64_t deadline = (now / kNsPerSecond + 1) * kNsPerSecond;
+    if (limit_ms > 0) deadline = std::min(deadline, now + limit_ms * kNsPerMs);
+    for (;;) {
+      // Rounded up, and at least 1 ms, so that the clock has surely moved on when it returns.
+      const int64_t timeout = std::max<int64_t>(1, (deadline - now + kNsPerMs - 1) / kNsPerMs);
+      if (::poll(fds.data(), fds.size(), static_cast<int>(timeout)) >= 0 || errno != EINTR) return;
+      now = MonotonicNs();
+      if (now >= deadline) return;
+    }
+  }
+
+  void Sleep(int milliseconds) override {
+    if (milliseconds <= 0) return;
+    timespec remaining{milliseconds / 1000, static_cast<long>(milliseconds % 1000) * kNsPerMs};
+    while (::nanosleep(&remaining, &remaining) != 0 && errno == EINTR) {
+    }
+  }
+
+  std::unique_ptr<SerialComm> NewSerialComm() override {
+    return std::make_unique<PosixSerialComm>(*this,
+                                             [this](int16_t port) { return DevicePath(port); });
+  }
+
+  void AddSource(EventSource* source) override {
+    if (std::find(sources_.begin(), sources_.end(), source) == sources_.end()) {
+      sources_.push_back(source);
+    }
+  }
+
+  void RemoveSource(EventSource* source) override {
+    sources_.erase(std::remove(sources_.begin(), sources_.end(), source), sources_.end());
+  }
+
+ private:
+  // The configured device for a port, else the platform's: port n is /dev/ttyS<n-1>.
+  std::string DevicePath(int16_t port) const {
+    const std::wstring configured = device_for_port_ ? device_for_port_(port) : std::wstring();
+    if (!configured.empty()) return ToLocale(configured);
+    return "/dev/ttyS" + std::to_string(port - 1);
+  }
+
+  PortDeviceResolver device_for_port_;
+  std::vector<EventSource*> sources_;
+};
+
+}  // namespace
+
+std::unique_ptr<Runtime> NewSystemRuntime(PortDeviceResolver device_for_port) {
+  return std::make_unique<PosixRuntime>(std::move(device_for_port));
+}
+
+}  // namespace kw

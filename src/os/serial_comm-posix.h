@@ -1,0 +1,86 @@
+#ifndef KW_OS_SERIAL_COMM_POSIX_H_
+#define KW_OS_SERIAL_COMM_POSIX_H_
+
+#include <termios.h>
+
+#include <cstdint>
+#include <functional>
+#include <string>
+
+#include "os/runtime.h"
+#include "os/serial_comm.h"
+
+namespace kw {
+
+/// The serial component over a POSIX terminal device: raw termios, an exclusive flock while
+/// open, and events found by poll(2) through the runtime it is tied to (which must outlive it).
+class PosixSerialComm final : public SerialComm, public EventSource {
+ public:
+  /// Gives the device path, in the locale's encoding, for a port number ("" for none).
+  using DevicePath = std::function<std::string(int16_t port)>;
+
+  PosixSerialComm(Runtime& runtime, DevicePath device_for_port);
+  ~PosixSerialComm() override;
+  PosixSerialComm(const PosixSerialComm&) = delete;
+  PosixSerialComm& operator=(const PosixSerialComm&) = delete;
+
+  void SetCommPort(int16_t port) override;
+  void SetRThreshold(int16_t count) override { rthreshold_ = count; }
+  void SetSThreshold(int16_t count) override { sthreshold_ = count; }
+  void SetRTSEnable(bool enable) override;
+  void SetPortOpen(bool open) override;
+  bool PortOpen() const override { return fd_ >= 0; }
+  void SetInBufferCount(int16_t count) override;
+  void SetOutput(const std::wstring& text) override;
+  int16_t OutBufferCount() override;
+  std::wstring Input() override;
+  bool CDHolding() override;
+  int16_t CommEvent() const override { return comm_event_; }
+
+  void DeliverPending() override;
+  int WaitDescriptor() const override;
+  short WaitEvents() const override;
+  int WaitLimitMs() const override;
+
+ private:
+  /// Opens, locks and sets up the port; raises an Error and leaves it closed if it can't.
+  void Open();
+  /// Closes the port, handing the line back as it was but with hang-up on close; never raises.
+  void Close() noexcept;
+  /// Raises or drops one modem-control output line; a device without such lines ignores it.
+  void SetLine(int line, bool high);
+  /// Moves every byte that the driver holds into the input queue, noticing a device that is gone.
+  void ReadAvailable();
+  /// Writes as much of the output queue as the driver takes without blocking.
+  void FlushOutput();
+  /// Marks the device as gone and queues the lost-line notice, once.
+  void Fail();
+  /// Bytes that the driver still holds for sending, 0 if it can't tell.
+  int DriverOutput() const;
+  /// Calls OnComm for one event; false if the handler closed (or reopened) the port.
+  bool Raise(int16_t event, uint64_t generation);
+
+  Runtime& runtime_;
+  DevicePath device_for_port_;
+  int16_t port_ = 1;
+  int16_t rthreshold_ = 0;
+  int16_t sthreshold_ = 0;
+  bool rts_enable_ = false;
+  int16_t comm_event_ = 0;
+
+  int fd_ = -1;
+  uint64_t generation_ = 0;  ///< counts openings and closings, so delivery notices either
+  bool failed_ = false;
+  bool has_modem_lines_ = false;
+  int last_modem_bits_ = 0;
+  termios original_{};
+  std::string in_queue_;
+  std::string out_queue_;
+  bool input_unsignaled_ = false;  ///< bytes came in since event 2 was last raised
+  bool notice_unread_ = false;     ///< the lost-line notice is queued and not handed over yet
+  bool send_armed_ = false;
+};
+
+}  // namespace kw
+
+#endif  // KW_OS_SERIAL_COMM_POSIX_H_
