@@ -1,2 +1,154 @@
-// Placeholder until the simulator lands.
-int main() { return 0; }
+// kestrawind-sim: plays a modem, and the centre behind it, on a pseudo-terminal in real time, so
+// that the real program can be run against it. Prints "READY <slave path>" once it serves.
+#include <signal.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <exception>
+#include <map>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "sim/centre_factory.h"
+#include "sim/pty_driver.h"
+#include "sim/sim_modem.h"
+
+namespace {
+
+/// Everything the command line sets.
+struct SimOptions {
+  kw::sim::ModemScenario scenario;
+  kw::sim::PtyOptions pty;
+  std::string centre = "none";
+  std::map<std::string, std::string> centre_options;
+  int runs = 1;
+  int64_t max_seconds = 120;
+};
+
+/// A whole non-negative decimal number, or std::invalid_argument naming the option.
+int64_t ParseCount(const std::string& option, const std::string& text) {
+  if (text.empty() || text.size() > 12 ||
+      text.find_first_not_of("0123456789") != std::string::npos) {
+    throw std::invalid_argument(option + " wants a whole number, got \"" + text + "\"");
+  }
+  return std::stoll(text);
+}
+
+/// Reads the command line; raises std::invalid_argument with a one-line message.
+SimOptions ParseOptions(const std::vector<std::string>& args) {
+  SimOptions options;
+  for (size_t i = 0; i < args.size(); ++i) {
+    const std::string& option = args[i];
+    // The option's value: the next argument, which must be there.
+    auto value = [&]() -> const std::string& {
+      if (i + 1 >= args.size()) throw std::invalid_argument(option + " wants a value");
+      return args[++i];
+    };
+    if (option == "--link") {
+      options.pty.link_path = value();
+    } else if (option == "--transcript") {
+      options.pty.transcript_path = value();
+    } else if (option == "--dial-result") {
+      options.scenario.dial_result = value();
+    } else if (option == "--silent") {
+      options.scenario.silent = true;
+    } else if (option == "--result-delay") {
+      options.scenario.result_delay_ms = ParseCount(option, value());
+    } else if (option == "--split") {
+      // N, or N:MS for the gap between chunks
+      const std::string& text = value();
+      const size_t colon = text.find(':');
+      options.scenario.split = static_cast<int>(ParseCount(option, text.substr(0, colon)));
+      if (options.scenario.split < 1) throw std::invalid_argument("--split wants 1 or more");
+      if (colon != std::string::npos) {
+        options.scenario.split_gap_ms = ParseCount(option, text.substr(colon + 1));
+      }
+    } else if (option == "--ring") {
+      options.scenario.leading_lines.push_back("RING");
+    } else if (option == "--lfcr") {
+      options.scenario.lf_cr = true;
+    } else if (option == "--echo") {
+      options.scenario.echo = true;
+    } else if (option == "--carrier") {
+      const std::string& text = value();
+      if (text == "on") {
+        options.scenario.carrier = kw::sim::CarrierMode::kAtConnect;
+      } else if (text == "never") {
+        options.scenario.carrier = kw::sim::CarrierMode::kNever;
+      } else if (text.rfind("late:", 0) == 0) {
+        options.scenario.carrier = kw::sim::CarrierMode::kLate;
+        options.scenario.carrier_delay_ms = ParseCount(option, text.substr(5));
+      } else {
+        throw std::invalid_argument("--carrier wants on, never or late:MS, got \"" + text + "\"");
+      }
+    } else if (option == "--centre") {
+      options.centre = value();
+    } else if (option == "--opt") {
+      const std::string& text = value();
+      const size_t equals = text.find('=');
+      if (equals == std::string::npos || equals == 0) {
+        throw std::invalid_argument("--opt wants KEY=VALUE, got \"" + text + "\"");
+      }
+      options.centre_options[text.substr(0, equals)] = text.substr(equals + 1);
+    } else if (option == "--runs") {
+      options.runs = static_cast<int>(ParseCount(option, value()));
+    } else if (option == "--max-seconds") {
+      options.max_seconds = ParseCount(option, value());
+      if (options.max_seconds < 1) throw std::invalid_argument("--max-seconds wants 1 or more");
+    } else {
+      throw std::invalid_argument("unknown option \"" + option + "\"");
+    }
+  }
+  return options;
+}
+
+/// SIGTERM and SIGINT as a readable descriptor, so the poll loop sees them; -1 if that fails.
+int StopSignalFd() {
+  sigset_t stops;
+  sigemptyset(&stops);
+  sigaddset(&stops, SIGTERM);
+  sigaddset(&stops, SIGINT);
+  if (sigprocmask(SIG_BLOCK, &stops, nullptr) != 0) return -1;
+  return signalfd(-1, &stops, SFD_CLOEXEC | SFD_NONBLOCK);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  SimOptions options;
+  std::unique_ptr<kw::sim::Peer> centre;
+  try {
+    options = ParseOptions(std::vector<std::string>(argv + 1, argv + argc));
+    centre = kw::sim::MakeCentre(options.centre, options.centre_options);
+  } catch (const std::exception& failure) {
+    std::fprintf(stderr, "kestrawind-sim: %s\n", failure.what());
+    return 2;
+  }
+  try {
+    const kw::sim::UniqueFd stop(StopSignalFd());
+    if (stop.get() < 0) throw std::runtime_error("can't catch SIGTERM and SIGINT");
+    kw::sim::SimModem modem(options.scenario);
+    modem.SetCentre(std::move(centre));
+    kw::sim::PtyDriver driver(modem, options.pty);
+    std::printf("READY %s\n", driver.slave_path().c_str());
+    std::fflush(stdout);
+    kw::sim::RunLimits limits;
+    limits.runs = options.runs;
+    limits.max_ms = options.max_seconds * 1000;
+    limits.stop_fd = stop.get();
+    // With --runs 0 the time limit is the way out; otherwise the program never came back.
+    if (driver.Run(limits) == kw::sim::RunEnd::kTimeLimit && options.runs > 0) {
+      driver.Note("time limit reached");
+      std::fprintf(stderr, "kestrawind-sim: stopped after %lld s without the runs asked for\n",
+                   static_cast<long long>(options.max_seconds));
+      return 1;
+    }
+  } catch (const std::exception& failure) {
+    std::fprintf(stderr, "kestrawind-sim: %s\n", failure.what());
+    return 1;
+  }
+  return 0;
+}

@@ -1,0 +1,254 @@
+#include "e2e/harness.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+#include <thread>
+
+namespace kw::e2e {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+/// Milliseconds until the deadline, never below 0.
+int MsLeft(Clock::time_point deadline) {
+  const auto left =
+      std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
+  return left < 0 ? 0 : static_cast<int>(left);
+}
+
+/// Starts path with argv (argv[0] included) in cwd, stdin from /dev/null; stdout and stderr go
+/// to the descriptors given, or stay the test's own for -1. Everything the child does between
+/// fork and exec is async-signal-safe, so it is prepared here first.
+pid_t Spawn(const std::string& path, const std::vector<std::string>& argv, const std::string& cwd,
+            int out_fd, int err_fd) {
+  std::vector<char*> args;
+  for (const std::string& arg : argv) args.push_back(const_cast<char*>(arg.c_str()));
+  args.push_back(nullptr);
+  const int null_fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
+  if (null_fd < 0) throw std::runtime_error("can't open /dev/null");
+  sigset_t none;
+  sigemptyset(&none);
+  const pid_t pid = fork();
+  if (pid == 0) {
+    sigprocmask(SIG_SETMASK, &none, nullptr);
+    dup2(null_fd, 0);
+    if (out_fd >= 0) dup2(out_fd, 1);
+    if (err_fd >= 0) dup2(err_fd, 2);
+    if (!cwd.empty() && chdir(cwd.c_str()) != 0) _exit(127);
+    execv(path.c_str(), args.data());
+    _exit(127);
+  }
+  close(null_fd);
+  if (pid < 0) throw std::runtime_error("fork failed");
+  return pid;
+}
+
+/// Reaps the child, waiting at most timeout_ms; the raw wait status, or -1 if it still runs.
+int ReapWithin(pid_t pid, int timeout_ms) {
+  const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(timeout_ms);
+  for (;;) {
+    int status = 0;
+    const pid_t done = waitpid(pid, &status, WNOHANG);
+    if (done == pid) return status;
+    if (done < 0 && errno != EINTR) return -1;
+    if (MsLeft(deadline) == 0) return -1;
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+}
+
+/// The exit code of a wait status, or minus the signal.
+int StatusCode(int status) {
+  if (WIFEXITED(status)) return WEXITSTATUS(status);
+  if (WIFSIGNALED(status)) return -WTERMSIG(status);
+  return -1;
+}
+
+}  // namespace
+
+TempFolder::TempFolder() {
+  char name[] = "/tmp/kw-e2e-XXXXXX";
+  if (!mkdtemp(name)) throw std::runtime_error("mkdtemp failed");
+  path_ = name;
+}
+
+TempFolder::~TempFolder() {
+  std::error_code ignored;
+  std::filesystem::remove_all(path_, ignored);
+}
+
+std::string TempFolder::File(const std::string& name) const { return path_ + "/" + name; }
+
+void TempFolder::CopyKestrawind() const {
+  std::filesystem::copy_file(KW_BINARY, File("kestrawind"),
+                             std::filesystem::copy_options::overwrite_existing);
+}
+
+void TempFolder::WriteIni(const std::string& bytes) const {
+  std::ofstream file(File("kestrawind.ini"), std::ios::binary | std::ios::trunc);
+  file << bytes;
+  if (!file.flush()) throw std::runtime_error("can't write kestrawind.ini");
+}
+
+SimProcess::SimProcess(const std::string& transcript_path, const std::vector<std::string>& args,
+                       int ready_timeout_ms)
+    : transcript_path_(transcript_path) {
+  std::vector<std::string> argv = {KW_SIM_BINARY, "--transcript", transcript_path};
+  argv.insert(argv.end(), args.begin(), args.end());
+  int pipe_fds[2];
+  if (pipe2(pipe_fds, O_CLOEXEC) != 0) throw std::runtime_error("pipe2 failed");
+  pid_ = Spawn(KW_SIM_BINARY, argv, "", pipe_fds[1], -1);
+  close(pipe_fds[1]);
+
+  std::string line;
+  const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(ready_timeout_ms);
+  while (line.find('\n') == std::string::npos) {
+    pollfd fd = {pipe_fds[0], POLLIN, 0};
+    const int left = MsLeft(deadline);
+    if (left == 0 || poll(&fd, 1, left) <= 0) break;
+    char buffer[256];
+    const ssize_t n = read(pipe_fds[0], buffer, sizeof buffer);
+    if (n <= 0) break;
+    line.append(buffer, static_cast<size_t>(n));
+  }
+  close(pipe_fds[0]);
+  const std::string kReady = "READY ";
+  const size_t end = line.find('\n');
+  if (line.compare(0, kReady.size(), kReady) != 0 || end == std::string::npos) {
+    kill(pid_, SIGKILL);
+    ReapWithin(pid_, 5000);
+    throw std::runtime_error("kestrawind-sim gave no READY line, got \"" + line + "\"");
+  }
+  pty_path_ = line.substr(kReady.size(), end - kReady.size());
+}
+
+SimProcess::~SimProcess() {
+  if (exit_code_ != -1 || pid_ < 0) return;
+  kill(pid_, SIGTERM);
+  if (ReapWithin(pid_, 5000) == -1) {
+    kill(pid_, SIGKILL);
+    ReapWithin(pid_, 5000);
+  }
+}
+
+int SimProcess::Wait(int timeout_ms) {
+  if (exit_code_ != -1) return exit_code_;
+  const int status = ReapWithin(pid_, timeout_ms);
+  if (status != -1) exit_code_ = StatusCode(status);
+  return exit_code_;
+}
+
+RunResult RunKestrawind(const std::string& folder, const std::vector<std::string>& args,
+                        int timeout_s) {
+  const std::string binary = folder + "/kestrawind";
+  std::vector<std::string> argv = {binary};
+  argv.insert(argv.end(), args.begin(), args.end());
+  int out_pipe[2];
+  int err_pipe[2];
+  if (pipe2(out_pipe, O_CLOEXEC) != 0) throw std::runtime_error("pipe2 failed");
+  if (pipe2(err_pipe, O_CLOEXEC) != 0) {
+    close(out_pipe[0]);
+    close(out_pipe[1]);
+    throw std::runtime_error("pipe2 failed");
+  }
+  const pid_t pid = Spawn(binary, argv, folder, out_pipe[1], err_pipe[1]);
+  close(out_pipe[1]);
+  close(err_pipe[1]);
+
+  RunResult result;
+  const Clock::time_point deadline = Clock::now() + std::chrono::seconds(timeout_s);
+  bool killed = false;
+  pollfd fds[2] = {{out_pipe[0], POLLIN, 0}, {err_pipe[0], POLLIN, 0}};
+  std::string* sinks[2] = {&result.out, &result.err};
+  while (fds[0].fd >= 0 || fds[1].fd >= 0) {
+    const int left = MsLeft(deadline);
+    if (left == 0 && !killed) {
+      kill(pid, SIGKILL);  // the pipes close with it, and the loop ends
+      killed = true;
+    }
+    const int ready = poll(fds, 2, killed ? 1000 : left);
+    if (ready < 0 && errno != EINTR) break;
+    if (ready == 0 && killed) break;  // a grandchild holds the pipes: give up on them
+    for (int i = 0; i < 2; ++i) {
+      if (fds[i].fd < 0 || fds[i].revents == 0) continue;
+      char buffer[4096];
+      const ssize_t n = read(fds[i].fd, buffer, sizeof buffer);
+      if (n > 0) {
+        sinks[i]->append(buffer, static_cast<size_t>(n));
+      } else if (n == 0 || errno != EINTR) {
+        close(fds[i].fd);
+        fds[i].fd = -1;
+      }
+    }
+  }
+  for (const pollfd& fd : fds) {
+    if (fd.fd >= 0) close(fd.fd);
+  }
+  int status = ReapWithin(pid, killed ? 5000 : std::max(MsLeft(deadline), 1000));
+  if (status == -1) {
+    kill(pid, SIGKILL);
+    status = ReapWithin(pid, 5000);
+  }
+  result.status = status == -1 ? -1 : StatusCode(status);
+  return result;
+}
+
+std::string IniForSim(const std::string& protocol, const std::string& pty_path,
+                      const std::string& extra_lines, int connection_timeout_s) {
+  std::ostringstream ini;
+  ini << "[Provider]\r\n"
+      << "Protocol=" << protocol << "\r\n"
+      << "SmsCenterNumber=" << kSimCentreNumber << "\r\n"
+      << "[Modem]\r\n"
+      << "Port=1\r\n"
+      << "ConnectionTimeout=" << connection_timeout_s << "\r\n"
+      << "[Ports]\r\n"
+      << "1=" << pty_path << "\r\n"
+      << extra_lines;
+  return ini.str();
+}
+
+std::string ReadWholeFile(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  std::ostringstream bytes;
+  bytes << file.rdbuf();
+  return bytes.str();
+}
+
+std::string WaitForTranscriptClose(const std::string& path, int timeout_ms) {
+  const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(timeout_ms);
+  for (;;) {
+    const std::string transcript = ReadWholeFile(path);
+    if (transcript.find(" -- close\n") != std::string::npos || MsLeft(deadline) == 0) {
+      return transcript;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+}
+
+std::string JoinedChunks(const std::string& transcript, char direction) {
+  const std::string tag = std::string(1, direction) + " ";
+  std::istringstream lines(transcript);
+  std::string joined;
+  for (std::string line; std::getline(lines, line);) {
+    // "<ms> <tag> <text>": the stamp is right-aligned digits
+    const size_t stamp_end = line.find_first_not_of(" 0123456789");
+    if (stamp_end != std::string::npos && line.compare(stamp_end, tag.size(), tag) == 0) {
+      joined += line.substr(stamp_end + tag.size());
+    }
+  }
+  return joined;
+}
+
+}  // namespace kw::e2e
