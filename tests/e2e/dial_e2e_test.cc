@@ -1,9 +1,11 @@
 // End-to-end tests of the dial: the real binaries, over a pseudo-terminal, in real time.
 #include <fcntl.h>
+#include <sys/file.h>
 #include <poll.h>
 #include <unistd.h>
 
 #include <chrono>
+#include <memory>
 #include <string>
 #include <thread>
 
@@ -106,6 +108,55 @@ TEST(DialE2E, BusyNumberIsReportedAndThePortClosed) {
   EXPECT_NE(sent.find(std::string(kSimCentreNumber) + "<CR>", dial), std::string::npos)
       << transcript;
   EXPECT_NE(transcript.find(" -- close\n"), std::string::npos) << transcript;
+}
+
+TEST(DialE2E, PortThatCantBeTakenGives520AndSendsNothing) {
+  TempFolder folder;
+  folder.CopyKestrawind();
+  SimProcess sim(folder.File("transcript.txt"), {"--dial-result", "BUSY", "--runs", "0"});
+
+  // Another run holds the port: it has it open and locked.
+  const int holder = open(sim.pty_path().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+  ASSERT_GE(holder, 0);
+  ASSERT_EQ(flock(holder, LOCK_EX | LOCK_NB), 0);
+
+  const std::string opening_error =
+      "Error: [520] Error opening com port. Make sure no other application is using this "
+      "port.\r\n";
+  const std::pair<const char*, std::string> cases[] = {
+      {"held by another run", sim.pty_path()},
+      {"missing device", folder.File("no-such-tty")},
+      {"not a terminal", folder.File("kestrawind.ini")},
+  };
+  for (const auto& [name, device] : cases) {
+    SCOPED_TRACE(name);
+    folder.WriteIni(IniForSim("TAP", device));
+    const RunResult result = RunKestrawind(folder.path(), {"0612345678", "hello"}, 30);
+    EXPECT_EQ(result.out, opening_error);
+    EXPECT_EQ(result.err, "");
+  }
+  close(holder);
+  // Not one byte of the refused runs reached the line.
+  EXPECT_EQ(JoinedChunks(ReadWholeFile(sim.transcript_path()), '>'), "");
+}
+
+TEST(DialE2E, ModemThatGoesAwayEndsTheRunAsALostLine) {
+  TempFolder folder;
+  folder.CopyKestrawind();
+  auto sim = std::make_unique<SimProcess>(folder.File("transcript.txt"),
+                                          std::vector<std::string>{"--silent"});
+  folder.WriteIni(IniForSim("TAP", sim->pty_path(), "", 30));
+  // The modem is pulled out while the program waits for its answer.
+  std::thread pull([&sim] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(700));
+    sim.reset();
+  });
+  const RunResult result = RunKestrawind(folder.path(), {"0612345678", "hello"}, 20);
+  pull.join();
+  EXPECT_EQ(result.out,
+            "Error: [524] There is no carrier.  Please make sure that all your cables are properly "
+            "connected.\r\n");
+  EXPECT_EQ(result.status, 0);
 }
 
 }  // namespace

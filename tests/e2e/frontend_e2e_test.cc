@@ -45,6 +45,14 @@ TEST(FrontendE2eTest, StandardOutputIsByteExact) {
        "Error: [541] Unknown protocol specified : tap\r\n"},
       {"command line too long", {"0612", std::string(33000, 'x')}, nullptr,
        "Error: [Unhandled][6] Overflow (in Kestrawind)\r\n"},
+      {"time-out not a number", {"0612"},
+       "[Provider]\r\nProtocol=TAP\r\nSmsCenterNumber=0800\r\n[Modem]\r\nPort=1\r\n"
+       "ConnectionTimeout=soon\r\n",
+       "Error: [Unhandled][13] Type mismatch (in Kestrawind)\r\n"},
+      {"port not a number", {"0612"}, "[Provider]\r\nProtocol=TAP\r\n[Modem]\r\nPort=COM1\r\n",
+       "Error: [Unhandled][13] Type mismatch (in Kestrawind)\r\n"},
+      {"no digit in the recipient", {"call-me"}, "[Provider]\r\nProtocol=TAP\r\n",
+       "Error: [581] No recipient specified.\r\n"},
       {"ini is a folder", {"0612"}, "", "Error: [570] Configuration file not found.\r\n"},
   };
   for (const OutputCase& c : cases) {
