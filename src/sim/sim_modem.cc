@@ -4,6 +4,8 @@
 #include <cctype>
 #include <utility>
 
+#include "sim/options.h"
+
 namespace kw::sim {
 namespace {
 
@@ -17,20 +19,6 @@ bool StartsWithNoCase(const std::string& text, const std::string& prefix) {
     }
   }
   return true;
-}
-
-/// Cuts the bytes into count chunks of nearly equal size (at least one byte each).
-std::vector<std::string> SplitInto(const std::string& bytes, int count) {
-  const size_t n = std::clamp<size_t>(static_cast<size_t>(std::max(count, 1)), 1,
-                                      std::max<size_t>(bytes.size(), 1));
-  std::vector<std::string> chunks;
-  size_t at = 0;
-  for (size_t i = 0; i < n; ++i) {
-    const size_t size = bytes.size() / n + (i < bytes.size() % n ? 1 : 0);
-    chunks.push_back(bytes.substr(at, size));
-    at += size;
-  }
-  return chunks;
 }
 
 }  // namespace

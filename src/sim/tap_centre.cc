@@ -1,10 +1,13 @@
 #include "sim/tap_centre.h"
 
 #include <algorithm>
+#include <climits>
 #include <cstdio>
 #include <stdexcept>
 #include <utility>
 #include <vector>
+
+#include "sim/options.h"
 
 namespace kw::sim {
 namespace {
@@ -76,31 +79,8 @@ std::string BlockChecksum(const std::string& bytes) {
           static_cast<char>(0x30 + ((sum >> 4) & 0x0F)), static_cast<char>(0x30 + (sum & 0x0F))};
 }
 
-/// Cuts the bytes into count chunks of nearly equal size, each at least one byte.
-std::vector<std::string> SplitInto(const std::string& bytes, int count) {
-  const size_t n = std::clamp<size_t>(static_cast<size_t>(std::max(count, 1)), 1, bytes.size());
-  std::vector<std::string> chunks;
-  size_t at = 0;
-  for (size_t i = 0; i < n; ++i) {
-    const size_t size = bytes.size() / n + (i < bytes.size() % n ? 1 : 0);
-    chunks.push_back(bytes.substr(at, size));
-    at += size;
-  }
-  return chunks;
-}
-
 long long ParseNumber(const std::string& key, const std::string& value) {
-  size_t used = 0;
-  long long number = 0;
-  try {
-    number = std::stoll(value, &used);
-  } catch (const std::exception&) {
-    used = 0;
-  }
-  if (used == 0 || used != value.size()) {
-    throw std::invalid_argument("tap option " + key + ": \"" + value + "\" is not a number");
-  }
-  return number;
+  return NumberOption("tap option " + key, value, LLONG_MIN);
 }
 
 /// A reply written as tokens joined by "+": ack, nak, rs, esceot; "silent" is no reply.

@@ -5,6 +5,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include "sim/options.h"
+
 namespace kw::sim {
 namespace {
 
@@ -105,21 +107,6 @@ std::string Unescaped(const std::string& value) {
   return out;
 }
 
-long long NumberOption(const std::string& key, const std::string& value, long long low) {
-  size_t used = 0;
-  long long number = 0;
-  try {
-    number = std::stoll(value, &used);
-  } catch (const std::exception&) {
-    used = 0;
-  }
-  if (used == 0 || used != value.size() || number < low) {
-    throw std::invalid_argument("ucp option " + key + ": \"" + value +
-                                "\" is not a number >= " + std::to_string(low));
-  }
-  return number;
-}
-
 bool FlagOption(const std::string& key, const std::string& value) {
   if (value == "1" || value == "true" || value == "yes") return true;
   if (value == "0" || value == "false" || value == "no") return false;
@@ -139,23 +126,23 @@ UcpScenario ScenarioFrom(const std::map<std::string, std::string>& options) {
     } else if (key == "silent") {
       s.silent = FlagOption(key, value);
     } else if (key == "answer_frame") {
-      s.answer_frame = static_cast<int>(NumberOption(key, value, 0));
+      s.answer_frame = static_cast<int>(NumberOption("ucp option " + key, value, 0));
     } else if (key == "delay_ms") {
-      s.delay_ms = NumberOption(key, value, 0);
+      s.delay_ms = NumberOption("ucp option " + key, value, 0);
     } else if (key == "pieces") {
-      s.pieces = static_cast<int>(NumberOption(key, value, 1));
+      s.pieces = static_cast<int>(NumberOption("ucp option " + key, value, 1));
     } else if (key == "piece_gap_ms") {
-      s.piece_gap_ms = NumberOption(key, value, 0);
+      s.piece_gap_ms = NumberOption("ucp option " + key, value, 0);
     } else if (key == "prefix") {
       s.prefix = Unescaped(value);
     } else if (key == "truncate") {
-      s.truncate = static_cast<size_t>(NumberOption(key, value, 0));
+      s.truncate = static_cast<size_t>(NumberOption("ucp option " + key, value, 0));
     } else if (key == "strict") {
       s.strict = FlagOption(key, value);
     } else if (key == "hangup_frame") {
-      s.hangup_frame = static_cast<int>(NumberOption(key, value, 0));
+      s.hangup_frame = static_cast<int>(NumberOption("ucp option " + key, value, 0));
     } else if (key == "hangup_delay_ms") {
-      s.hangup_delay_ms = NumberOption(key, value, 0);
+      s.hangup_delay_ms = NumberOption("ucp option " + key, value, 0);
     } else if (key == "say_no_carrier") {
       s.say_no_carrier = FlagOption(key, value);
     } else {
