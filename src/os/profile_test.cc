@@ -1,12 +1,13 @@
 #include "os/profile.h"
 
 #include <gtest/gtest.h>
+#include <stdlib.h>
 
 #include <clocale>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <random>
+#include <optional>
 #include <string>
 
 namespace kw {
@@ -16,50 +17,33 @@ namespace fs = std::filesystem;
 using std::string_literals::operator""s;  // for bytes with a NUL inside
 
 /// A fresh folder under the temp folder, removed with everything in it at the end.
-class TempFolder {
- public:
-  TempFolder() {
-    std::random_device random;
-    do {
-      path_ = fs::temp_directory_path() / ("kw-profile-" + std::to_string(random()));
-    } while (!fs::create_directory(path_));
-  }
-  ~TempFolder() {
-    std::error_code ignored;
-    fs::remove_all(path_, ignored);
-  }
-  fs::path File(const std::string& name) const { return path_ / name; }
-
- private:
-  fs::path path_;
+struct TempFolder {
+  TempFolder() : path(mkdtemp(name) ? name : "") {}
+  ~TempFolder() { fs::remove_all(path); }
+  char name[32] = "/tmp/kw-profile-XXXXXX";
+  fs::path path, file = path / "t.ini";
 };
 
-void WriteBytes(const fs::path& path, const std::string& bytes) {
-  std::ofstream(path, std::ios::binary) << bytes;
-}
-
+/// The whole file, byte for byte.
 std::string ReadBytes(const fs::path& path) {
   std::ifstream in(path, std::ios::binary);
   return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
-/// Writes the bytes to a file and reads one key of it, with "dflt" as the default.
-std::wstring Get(const std::string& bytes, const std::wstring& section, const std::wstring& key) {
+/// Writes the bytes (if any) to a file and reads one key of it, with "dflt" as the default.
+std::wstring Get(std::optional<std::string> bytes, const wchar_t* section, const wchar_t* key) {
   TempFolder folder;
-  WriteBytes(folder.File("t.ini"), bytes);
-  return ProfileGetString(section, key, L"dflt", folder.File("t.ini").wstring());
+  if (bytes) std::ofstream(folder.file, std::ios::binary) << *bytes;
+  return ProfileGetString(section, key, L"dflt", folder.file.wstring());
 }
 
-struct ReadCase {
-  const char* what;
-  std::string bytes;
-  const wchar_t* section;
-  const wchar_t* key;
-  std::wstring want;
-};
-
 TEST(ProfileGetString, FollowsTheFileRules) {
-  const ReadCase cases[] = {
+  const struct {
+    const char* what;
+    std::optional<std::string> bytes;  // none: no file
+    const wchar_t *section, *key;
+    std::wstring want;
+  } cases[] = {
       {"LF", "[a]\nk=v\nx=y\n", L"a", L"x", L"y"},
       {"CR LF", "[a]\r\nk=v\r\nx=y\r\n", L"a", L"k", L"v"},
       {"lone CR", "[a]\rk=v\rx=y\r", L"a", L"x", L"y"},
@@ -97,60 +81,35 @@ TEST(ProfileGetString, FollowsTheFileRules) {
       {"missing section", "[a]\nk=v\n", L"b", L"k", L"dflt"},
       {"missing key", "[a]\nk=v\n", L"a", L"j", L"dflt"},
       {"key before any section", "k=v\n[a]\n", L"a", L"k", L"dflt"},
+      {"missing file", std::nullopt, L"a", L"k", L"dflt"},
       {"cut to 253", "[a]\nk=" + std::string(300, 'x'), L"a", L"k", std::wstring(253, L'x')},
       {"253 kept whole", "[a]\nk=" + std::string(253, 'x'), L"a", L"k", std::wstring(253, L'x')},
   };
-  for (const ReadCase& c : cases) {
-    EXPECT_EQ(Get(c.bytes, c.section, c.key), c.want) << c.what;
-  }
+  for (const auto& c : cases) EXPECT_EQ(Get(c.bytes, c.section, c.key), c.want) << c.what;
 }
-
-TEST(ProfileGetString, MissingFileOrFolderGivesDefault) {
-  TempFolder folder;
-  EXPECT_EQ(ProfileGetString(L"a", L"k", L"dflt", folder.File("none.ini").wstring()), L"dflt");
-  fs::create_directory(folder.File("dir.ini"));
-  EXPECT_EQ(ProfileGetString(L"a", L"k", L"dflt", folder.File("dir.ini").wstring()), L"dflt");
-}
-
-/// Switches the program to a UTF-8 locale for one test and back afterwards.
-class Utf8Locale {
- public:
-  Utf8Locale() : old_(std::setlocale(LC_ALL, nullptr)) {
-    ok_ = std::setlocale(LC_ALL, "C.UTF-8") != nullptr;
-  }
-  ~Utf8Locale() { std::setlocale(LC_ALL, old_.c_str()); }
-  bool ok() const { return ok_; }
-
- private:
-  std::string old_;
-  bool ok_ = false;
-};
 
 TEST(ProfileGetString, DecodesTheLocaleAndFallsBackToWindows1252) {
-  Utf8Locale locale;
-  ASSERT_TRUE(locale.ok());
+  const std::string old_locale = std::setlocale(LC_ALL, nullptr);
+  ASSERT_NE(std::setlocale(LC_ALL, "C.UTF-8"), nullptr);
   EXPECT_EQ(Get("[a]\nk=caf\xC3\xA9\n", L"a", L"k"), L"caf\u00E9");
   EXPECT_EQ(Get("[a]\nk=caf\xE9\n", L"a", L"k"), L"caf\u00E9");
   EXPECT_EQ(Get("[a]\nk=\x80\n", L"a", L"k"), L"\u20AC");
   std::string long_value;
   for (int i = 0; i < 300; ++i) long_value += "\xC3\xA9";
   EXPECT_EQ(Get("[a]\nk=" + long_value, L"a", L"k"), std::wstring(253, L'\u00E9'));
-
   TempFolder folder;
-  ProfileWriteString(L"a", L"k", L"\u00E9", folder.File("w.ini").wstring());
-  EXPECT_EQ(ReadBytes(folder.File("w.ini")), "[a]\r\nk=\xC3\xA9\r\n");
+  ProfileWriteString(L"a", L"k", L"\u00E9", folder.file.wstring());
+  EXPECT_EQ(ReadBytes(folder.file), "[a]\r\nk=\xC3\xA9\r\n");
+  std::setlocale(LC_ALL, old_locale.c_str());
 }
 
-struct WriteCase {
-  const char* what;
-  std::string before;
-  const wchar_t* section;
-  const wchar_t* key;
-  std::string after;
-};
-
 TEST(ProfileWriteString, ChangesOnlyWhatItMust) {
-  const WriteCase cases[] = {
+  const struct {
+    const char* what;
+    std::optional<std::string> before;  // none: no file
+    const wchar_t *section, *key;
+    std::string after;
+  } cases[] = {
       {"in place, all else kept", "; top\r\n\r\n[a]\r\n  K = old ; c\r\nz=1\n[b]\rk=2", L"A", L"k",
        "; top\r\n\r\n[a]\r\nK=new\r\nz=1\n[b]\rk=2"},
       {"in place, last line", "[a]\nk=old", L"a", L"k", "[a]\nk=new"},
@@ -158,45 +117,27 @@ TEST(ProfileWriteString, ChangesOnlyWhatItMust) {
       {"in place, NUL line", "[a]\nk=1\0junk\r\nx\n"s, L"a", L"k", "[a]\nk=new\r\nx\n"},
       {"in place, mark kept", "\xEF\xBB\xBF[a]\nk=1\n", L"a", L"k", "\xEF\xBB\xBF[a]\nk=new\n"},
       {"add key, last section", "[a]\r\nk=1\r\n", L"a", L"j", "[a]\r\nk=1\r\nj=new\r\n"},
-      {"add key, not last section", "[a]\nk=1\n\n;c\n[b]\nm=2\n", L"a", L"j",
-       "[a]\nk=1\nj=new\r\n\n;c\n[b]\nm=2\n"},
+      {"add key, mid file", "[a]\nk=1\n\n;c\n[b]\n", L"a", L"j", "[a]\nk=1\nj=new\r\n\n;c\n[b]\n"},
       {"add key, section without keys", "[a]\n[b]\n", L"a", L"j", "[a]\nj=new\r\n[b]\n"},
       {"add key, no final line end", "[a]\nk=1", L"a", L"j", "[a]\nk=1\r\nj=new\r\n"},
-      {"add key, first section only", "[a]\nk=1\n[a]\nj=5\n", L"a", L"j",
-       "[a]\nk=1\nj=new\r\n[a]\nj=5\n"},
+      {"add key, first [a]", "[a]\nk=1\n[a]\nj=5\n", L"a", L"j", "[a]\nk=1\nj=new\r\n[a]\nj=5\n"},
       {"add section", "[a]\nk=1\n", L"b", L"j", "[a]\nk=1\n[b]\r\nj=new\r\n"},
       {"add section, lone CR end", "[a]\rk=1\r", L"b", L"j", "[a]\rk=1\r[b]\r\nj=new\r\n"},
       {"add section, no final line end", "[a]\nk=1", L"b", L"j", "[a]\nk=1\r\n[b]\r\nj=new\r\n"},
       {"add section, empty file", "", L"b", L"j", "[b]\r\nj=new\r\n"},
       {"add section, mark only", "\xEF\xBB\xBF", L"b", L"j", "\xEF\xBB\xBF[b]\r\nj=new\r\n"},
+      {"create", std::nullopt, L"s", L"k", "[s]\r\nk=new\r\n"},
   };
-  for (const WriteCase& c : cases) {
+  for (const auto& c : cases) {
     TempFolder folder;
-    WriteBytes(folder.File("t.ini"), c.before);
-    ProfileWriteString(c.section, c.key, L"new", folder.File("t.ini").wstring());
-    EXPECT_EQ(ReadBytes(folder.File("t.ini")), c.after) << c.what;
+    if (c.before) std::ofstream(folder.file, std::ios::binary) << *c.before;
+    ProfileWriteString(c.section, c.key, L"new", folder.file.wstring());
+    EXPECT_EQ(ReadBytes(folder.file), c.after) << c.what;
   }
-}
-
-TEST(ProfileWriteString, CreatesTheFileAndLeavesAFolderAlone) {
-  TempFolder folder;
-  ProfileWriteString(L"s", L"k", L"v", folder.File("new.ini").wstring());
-  EXPECT_EQ(ReadBytes(folder.File("new.ini")), "[s]\r\nk=v\r\n");
-  fs::create_directory(folder.File("dir.ini"));
-  ProfileWriteString(L"s", L"k", L"v", folder.File("dir.ini").wstring());
-  EXPECT_TRUE(fs::is_directory(folder.File("dir.ini")));
-}
-
-TEST(ProfileWriteString, RoundTripsThirteenKeys) {
-  TempFolder folder;
-  const std::wstring path = folder.File("r.ini").wstring();
-  const auto section = [](int i) { return L"s" + std::to_wstring(i % 3); };
-  const auto key = [](int i) { return L"key" + std::to_wstring(i); };
-  const auto value = [](int i) { return i == 0 ? std::wstring() : L"v;" + std::to_wstring(i); };
-  for (int i = 0; i < 13; ++i) ProfileWriteString(section(i), key(i), value(i), path);
-  for (int i = 0; i < 13; ++i) {
-    EXPECT_EQ(ProfileGetString(section(i), key(i), L"dflt", path), value(i)) << i;
-  }
+  TempFolder folder;  // a folder is no file: it reads as missing and stays a folder
+  EXPECT_EQ(ProfileGetString(L"a", L"k", L"dflt", folder.path.wstring()), L"dflt");
+  ProfileWriteString(L"a", L"k", L"v", folder.path.wstring());
+  EXPECT_TRUE(fs::is_directory(folder.path));
 }
 
 }  // namespace
