@@ -12,7 +12,7 @@
 #include "sending/sms_message.h"
 #include "sending/sms_sender.h"
 #include "sim/sim_modem.h"
-#include "virtual_runtime.h"
+#include "sim/virtual_runtime.h"
 
 namespace kw::test {
 
@@ -37,7 +37,7 @@ class LineFixture : public testing::Test {
   /// The transcript's lines that match a prefix ("> ", "< ", "--").
   std::vector<std::string> Lines(const std::string& prefix) const;
 
-  VirtualRuntime runtime_{1'000'000};
+  sim::VirtualRuntime runtime_{1'000'000};
   int64_t start_ms_ = 1'000'000;
   ScopedRuntime installed_{runtime_};
   std::shared_ptr<SmsSettings> settings_ = std::make_shared<SmsSettings>();

@@ -9,7 +9,7 @@
 #include "base/error.h"
 #include "base/text.h"
 #include "frontend/logging.h"
-#include "virtual_runtime.h"
+#include "sim/virtual_runtime.h"
 
 namespace kw {
 namespace {
@@ -36,7 +36,7 @@ class SmsSettingsTest : public testing::Test {
   }
   /// The debug lines that ShowSettings writes, without their stamps.
   std::vector<std::string> Listing(SmsSettings& settings) {
-    test::VirtualRuntime runtime;
+    sim::VirtualRuntime runtime;
     ScopedRuntime installed(runtime);
     DebugMode = true;
     testing::internal::CaptureStdout();

@@ -47,7 +47,7 @@ TEST_F(DialTest, ResultLinesEndTheDialWithTheirErrors) {
   };
   for (const DialCase& c : cases) {
     SCOPED_TRACE(c.name);
-    test::VirtualRuntime runtime(1'000'000);
+    sim::VirtualRuntime runtime(1'000'000);
     ScopedRuntime installed(runtime);
     sim::ModemScenario scenario;
     scenario.silent = c.result == nullptr;
@@ -82,7 +82,7 @@ TEST_F(DialTest, ResultLinesEndTheDialWithTheirErrors) {
 TEST_F(DialTest, TimeOutComesAtTheNextWholeSecondPastTheLimit) {
   // Started half-way through a second, the run still fails only when the clock's seconds
   // differ by 21, which is 20.5 real seconds later.
-  test::VirtualRuntime runtime(1'000'500);
+  sim::VirtualRuntime runtime(1'000'500);
   ScopedRuntime installed(runtime);
   sim::ModemScenario silent;
   silent.silent = true;
@@ -110,7 +110,7 @@ TEST_F(DialTest, ConnectWaitsForTheCarrier) {
       {sim::CarrierMode::kNever, 0, false, 31000, 32500},
   };
   for (const CarrierCase& c : cases) {
-    test::VirtualRuntime runtime(1'000'000);
+    sim::VirtualRuntime runtime(1'000'000);
     ScopedRuntime installed(runtime);
     sim::ModemScenario scenario;
     scenario.carrier = c.mode;
@@ -151,7 +151,7 @@ TEST_F(DialTest, ResultLinesInPiecesAndOddLineEndsStillConnect) {
                           {2, false, {"RING", "RING"}, "CONNECT 2400"},
                           {1, false, {}, "CONNECT NO CARRIER"}};
   for (const Shape& s : shapes) {
-    test::VirtualRuntime runtime(1'000'000);
+    sim::VirtualRuntime runtime(1'000'000);
     ScopedRuntime installed(runtime);
     sim::ModemScenario scenario;
     scenario.split = s.split;
@@ -173,7 +173,7 @@ TEST_F(DialTest, LinesDuringTheCarrierWaitWaitForTheNextWait) {
   scenario.carrier_delay_ms = 3000;
   UseModem(scenario);
   runtime_.At(start_ms_ + 1500, [this] {
-    static_cast<test::FakeComm*>(sender_.Link().comm.get())
+    static_cast<sim::FakeComm*>(sender_.Link().comm.get())
         ->SendAt(runtime_.now_ms(), "\r\nNO CARRIER\r\n");
   });
   sender_.Connect();
@@ -226,7 +226,7 @@ TEST_F(DialTest, RefusalsBeforeTheLineIsUsed) {
   };
   for (const RefusalCase& c : cases) {
     SCOPED_TRACE(c.name);
-    test::VirtualRuntime runtime(1'000'000);
+    sim::VirtualRuntime runtime(1'000'000);
     ScopedRuntime installed(runtime);
     sim::SimModem peer{sim::ModemScenario{}};
     runtime.set_peer(&peer);

@@ -12,7 +12,7 @@
 #include "frontend/logging.h"
 #include "line_fixture.h"
 #include "sim/tap_centre.h"
-#include "virtual_runtime.h"
+#include "sim/virtual_runtime.h"
 
 namespace kw {
 namespace {
@@ -105,7 +105,7 @@ TEST(TapDialogueTest, SendsAndDecidesAsTheRepliesSay) {
     TapScenario scenario;
     scenario.password = "secret";
     if (c.change) c.change(scenario);
-    test::VirtualRuntime runtime(1'000'000);
+    sim::VirtualRuntime runtime(1'000'000);
     ScopedRuntime installed(runtime);
     sim::TapCentre centre(scenario);
     runtime.set_peer(&centre);

@@ -11,7 +11,7 @@
 #include "base/text.h"
 #include "line_fixture.h"
 #include "sim/ucp_centre.h"
-#include "virtual_runtime.h"
+#include "sim/virtual_runtime.h"
 
 namespace kw {
 namespace {
@@ -147,7 +147,7 @@ TEST(UcpSendTest, PollsAndJudgesTheReplyAtItsOffsets) {
     sim::UcpScenario scenario;
     scenario.say_no_carrier = true;  // no modem in front to say it
     if (c.change) c.change(scenario);
-    test::VirtualRuntime runtime(1'000'000);
+    sim::VirtualRuntime runtime(1'000'000);
     ScopedRuntime installed(runtime);
     sim::UcpCentre centre(scenario);
     runtime.set_peer(&centre);
@@ -158,7 +158,7 @@ TEST(UcpSendTest, PollsAndJudgesTheReplyAtItsOffsets) {
     // What the modem said during the dial stays in front of the reply.
     link.recvBuffer = L"ATDT0612345\r\r\nCONNECT 9600\r\n";
     if (c.drop_ms >= 0) {
-      centre.DropLine(1'000'000, 1'000'000 + c.drop_ms, static_cast<test::FakeComm&>(*link.comm));
+      centre.DropLine(1'000'000, 1'000'000 + c.drop_ms, static_cast<sim::FakeComm&>(*link.comm));
     }
     SmsUcpSender ucp;
     ucp.modem = &link;

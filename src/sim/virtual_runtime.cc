@@ -1,4 +1,4 @@
-#include "virtual_runtime.h"
+#include "sim/virtual_runtime.h"
 
 #include <algorithm>
 #include <stdexcept>
@@ -6,7 +6,7 @@
 #include "base/error.h"
 #include "base/text.h"
 
-namespace kw::test {
+namespace kw::sim {
 namespace {
 
 /// A run that lets this much virtual time pass has hung; the test fails instead of looping.
@@ -26,21 +26,21 @@ void VirtualRuntime::At(int64_t at_ms, std::function<void()> action) {
   schedule_.emplace(std::max(at_ms, now_ms_), std::move(action));
 }
 
-sim::TimedPeer* VirtualRuntime::Timed() const {
-  return open_comm_ ? dynamic_cast<sim::TimedPeer*>(peer_) : nullptr;
+TimedPeer* VirtualRuntime::Timed() const {
+  return open_comm_ ? dynamic_cast<TimedPeer*>(peer_) : nullptr;
 }
 
 int64_t VirtualRuntime::NextDue() const {
-  int64_t next = schedule_.empty() ? sim::kNoTimer : schedule_.begin()->first;
-  if (sim::TimedPeer* timed = Timed()) {
+  int64_t next = schedule_.empty() ? kNoTimer : schedule_.begin()->first;
+  if (TimedPeer* timed = Timed()) {
     const int64_t timer = timed->NextTimerMs();
-    if (timer != sim::kNoTimer && (next == sim::kNoTimer || timer < next)) next = timer;
+    if (timer != kNoTimer && (next == kNoTimer || timer < next)) next = timer;
   }
   return next;
 }
 
 void VirtualRuntime::RunDue() {
-  for (int64_t next = NextDue(); next != sim::kNoTimer && next <= now_ms_; next = NextDue()) {
+  for (int64_t next = NextDue(); next != kNoTimer && next <= now_ms_; next = NextDue()) {
     if (!schedule_.empty() && schedule_.begin()->first <= now_ms_) {
       auto action = std::move(schedule_.begin()->second);
       schedule_.erase(schedule_.begin());
@@ -53,7 +53,7 @@ void VirtualRuntime::RunDue() {
 
 void VirtualRuntime::AdvanceTo(int64_t at_ms) {
   if (at_ms - now_ms_ > kVirtualTimeLimitMs) throw std::runtime_error("virtual run hangs");
-  for (int64_t next = NextDue(); next != sim::kNoTimer && next <= at_ms; next = NextDue()) {
+  for (int64_t next = NextDue(); next != kNoTimer && next <= at_ms; next = NextDue()) {
     now_ms_ = std::max(now_ms_, next);
     RunDue();
   }
@@ -83,7 +83,7 @@ void VirtualRuntime::WaitForEvent() {
   if (AnythingPending()) return;
   int64_t until = (now_ms_ / 1000 + 1) * 1000;
   const int64_t next = NextDue();
-  if (next != sim::kNoTimer) until = std::min(until, next);
+  if (next != kNoTimer) until = std::min(until, next);
   AdvanceTo(until);
 }
 
@@ -183,4 +183,4 @@ void FakeComm::SendAt(int64_t at_ms, const std::string& bytes) {
 
 void FakeComm::Note(const std::string& text) { runtime_.transcript().push_back("# " + text); }
 
-}  // namespace kw::test
+}  // namespace kw::sim

@@ -1,5 +1,5 @@
-#ifndef KW_TESTS_VIRTUAL_RUNTIME_H_
-#define KW_TESTS_VIRTUAL_RUNTIME_H_
+#ifndef KW_SIM_VIRTUAL_RUNTIME_H_
+#define KW_SIM_VIRTUAL_RUNTIME_H_
 
 #include <cstdint>
 #include <functional>
@@ -12,7 +12,7 @@
 #include "sim/peer.h"
 #include "sim/sim_modem.h"
 
-namespace kw::test {
+namespace kw::sim {
 
 class FakeComm;
 
@@ -39,11 +39,11 @@ class VirtualRuntime : public Runtime {
   void At(int64_t at_ms, std::function<void()> action);
 
   /// The device behind every serial port that this runtime makes; not owned.
-  void set_peer(sim::Peer* peer) { peer_ = peer; }
+  void set_peer(Peer* peer) { peer_ = peer; }
   /// Makes the next openings of a port fail, as a missing or held device does.
   void set_open_fails(bool fails) { open_fails_ = fails; }
   bool open_fails() const { return open_fails_; }
-  sim::Peer* peer() const { return peer_; }
+  Peer* peer() const { return peer_; }
   /// The port that is open now; a timed peer acts on its line.
   void set_open_comm(FakeComm* comm) { open_comm_ = comm; }
 
@@ -56,8 +56,8 @@ class VirtualRuntime : public Runtime {
   int64_t waits() const { return waits_; }
 
  private:
-  sim::TimedPeer* Timed() const;
-  /// The earliest scheduled byte delivery or peer timer, or sim::kNoTimer.
+  TimedPeer* Timed() const;
+  /// The earliest scheduled byte delivery or peer timer, or kNoTimer.
   int64_t NextDue() const;
   void RunDue();
   void AdvanceTo(int64_t at_ms);
@@ -67,7 +67,7 @@ class VirtualRuntime : public Runtime {
   int64_t waits_ = 0;
   std::multimap<int64_t, std::function<void()>> schedule_;
   std::vector<EventSource*> sources_;
-  sim::Peer* peer_ = nullptr;
+  Peer* peer_ = nullptr;
   FakeComm* open_comm_ = nullptr;
   bool open_fails_ = false;
   std::vector<std::string> transcript_;
@@ -75,7 +75,7 @@ class VirtualRuntime : public Runtime {
 
 /// The serial port under a virtual runtime: what the program writes goes to the runtime's peer at
 /// once, and what the peer sends arrives at the time it names.
-class FakeComm : public SerialComm, public EventSource, public sim::PeerLine {
+class FakeComm : public SerialComm, public EventSource, public PeerLine {
  public:
   explicit FakeComm(VirtualRuntime& runtime) : runtime_(runtime) {}
   ~FakeComm() override;
@@ -120,6 +120,6 @@ class FakeComm : public SerialComm, public EventSource, public sim::PeerLine {
   std::shared_ptr<int> alive_ = std::make_shared<int>(0);
 };
 
-}  // namespace kw::test
+}  // namespace kw::sim
 
-#endif  // KW_TESTS_VIRTUAL_RUNTIME_H_
+#endif  // KW_SIM_VIRTUAL_RUNTIME_H_
