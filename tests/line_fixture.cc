@@ -57,6 +57,12 @@ std::vector<std::string> LineFixture::Lines(const std::string& prefix) const {
   return found;
 }
 
+void UseConnectedLink(modem& link, bool open) {
+  link.Initialize(L"1");
+  link.comm->SetPortOpen(open);
+  link.IsConnected = true;
+}
+
 bool InOrder(const std::vector<std::string>& haystack, const std::vector<std::string>& needles) {
   size_t next = 0;
   for (const std::string& line : haystack) {

@@ -47,6 +47,10 @@ class LineFixture : public testing::Test {
   SmsMessage message_;
 };
 
+/// Sets the link up on the installed runtime's serial port, open or not, and counts it as
+/// connected, as a protocol sender finds it after a dial.
+void UseConnectedLink(modem& link, bool open = true);
+
 /// Whether the needles stand in the haystack in this order (other lines may stand between).
 bool InOrder(const std::vector<std::string>& haystack, const std::vector<std::string>& needles);
 

@@ -14,9 +14,9 @@ struct ControlName {
 
 // In the order the replacements run; each name is printable, so no row touches another's work.
 constexpr ControlName kControlNames[] = {
-    {0x02, L"<STX>"}, {0x03, L"<ETX>"}, {0x0D, L"<CR>"},   {0x06, L"<ACK>"},
-    {0x1B, L"<ESC>"}, {0x1E, L"<RS>"},  {0x04, L"<EOT>"},  {0x15, L"<NAK>"},
-    {0x0A, L"<LF>"},  {0x13, L"<XOFF>"}, {0x11, L"<XON>"},
+    {kStx, L"<STX>"}, {kEtx, L"<ETX>"},   {kCr, L"<CR>"},   {kAck, L"<ACK>"},
+    {kEsc, L"<ESC>"}, {kRs, L"<RS>"},     {kEot, L"<EOT>"}, {kNak, L"<NAK>"},
+    {kLf, L"<LF>"},   {kXoff, L"<XOFF>"}, {kXon, L"<XON>"},
 };
 
 }  // namespace
@@ -47,7 +47,8 @@ std::wstring IA5Encode(const std::wstring& text) {
     }
     return encoded;
   } catch (const Error& failure) {
-    throw AppError(550, L"Error occured in IA5Encoding of message (" + failure.description() + L")");
+    throw AppError(550,
+                   L"Error occured in IA5Encoding of message (" + failure.description() + L")");
   }
 }
 

@@ -6,6 +6,7 @@
 #include "base/text.h"
 #include "config/win_util.h"
 #include "frontend/logging.h"
+#include "link/communication.h"
 
 namespace kw {
 namespace {
@@ -19,16 +20,10 @@ constexpr int16_t kMaxSilentPasses = 30;
 /// Transmissions of one block.
 constexpr int16_t kMaxAttempts = 5;
 
-constexpr wchar_t kCr = 0x0D;
-constexpr wchar_t kStx = 0x02;
-constexpr wchar_t kEtx = 0x03;
-constexpr wchar_t kAck = 0x06;
-constexpr wchar_t kNak = 0x15;
-constexpr wchar_t kRs = 0x1E;
 /// ESC directly followed by EOT: the provider ends the dialogue.
-const std::wstring kEscEot = {0x1B, 0x04};
+const std::wstring kEscEot = {kEsc, kEot};
 /// ESC and the keyword that open the login request.
-const std::wstring kLoginOpening = {0x1B, L'P', L'G', L'1'};
+const std::wstring kLoginOpening = {kEsc, L'P', L'G', L'1'};
 
 /// Whether the sequence stands anywhere in the whole buffer; nothing is removed.
 bool Holds(const modem& link, const std::wstring& sequence) {

@@ -110,9 +110,7 @@ TEST(TapDialogueTest, SendsAndDecidesAsTheRepliesSay) {
     sim::TapCentre centre(scenario);
     runtime.set_peer(&centre);
     modem link;
-    link.Initialize(L"1");
-    link.comm->SetPortOpen(true);
-    link.IsConnected = true;
+    test::UseConnectedLink(link, true);
     SmsTapSender tap;
     tap.modem = &link;
     SmsMessage msg;

@@ -10,9 +10,6 @@
 namespace kw {
 namespace {
 
-constexpr wchar_t kStx = 0x02;
-constexpr wchar_t kEtx = 0x03;
-
 /// Longest recipient or sender that operations "01", "03" and "30" carry.
 constexpr size_t kMaxNumberLength = 16;
 

@@ -152,9 +152,7 @@ TEST(UcpSendTest, PollsAndJudgesTheReplyAtItsOffsets) {
     sim::UcpCentre centre(scenario);
     runtime.set_peer(&centre);
     modem link;
-    link.Initialize(L"1");
-    link.comm->SetPortOpen(c.open);
-    link.IsConnected = true;
+    test::UseConnectedLink(link, c.open);
     // What the modem said during the dial stays in front of the reply.
     link.recvBuffer = L"ATDT0612345\r\r\nCONNECT 9600\r\n";
     if (c.drop_ms >= 0) {
