@@ -32,8 +32,6 @@ class LineFixture : public testing::Test {
   /// Runs SendSms under /DEBUG and gives the debug texts, without their stamps.
   std::vector<std::string> SendWithDebug(std::unique_ptr<Error>* error);
 
-  /// Virtual milliseconds since the fixture was made.
-  int64_t elapsed_ms() const { return runtime_.now_ms() - start_ms_; }
   /// The transcript's lines that match a prefix ("> ", "< ", "--").
   std::vector<std::string> Lines(const std::string& prefix) const;
 

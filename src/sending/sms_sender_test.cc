@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+
 #include "line_fixture.h"
 
 namespace kw {
@@ -16,6 +18,59 @@ const wchar_t kNoDialTone[] =
 const wchar_t kNoCarrier[] =
     L"There is no carrier.  Please make sure that all your cables are properly connected.";
 const wchar_t kTimedOut[] = L"Connection timed out. No response from Modem.";
+const wchar_t kCantOpen[] =
+    L"Error opening com port. Make sure no other application is using this port.";
+
+/// One run on a fresh line: the modem plays the scenario, the settings are changed as asked.
+struct DialRun {
+  std::unique_ptr<Error> error;
+  int64_t elapsed_ms = 0;
+  std::string written;
+  size_t transcript_lines = 0;
+  bool connected = false;
+  bool port_open = false;
+  std::wstring received;
+};
+
+DialRun RunOnce(const sim::ModemScenario& scenario,
+                const std::function<void(SmsSettings&)>& change = nullptr,
+                const wchar_t* recipient = L"0612345678", bool connect_only = false,
+                bool open_fails = false, int64_t start_ms = 1'000'000) {
+  sim::VirtualRuntime runtime(start_ms);
+  ScopedRuntime installed(runtime);
+  sim::SimModem peer(scenario);
+  runtime.set_peer(&peer);
+  runtime.set_open_fails(open_fails);
+  auto settings = std::make_shared<SmsSettings>();
+  settings->Protocol = L"TAP";
+  settings->Port = L"1";
+  settings->ConnectionTimeout = L"20";
+  settings->SmsCenterNumber = L"0612 345";
+  if (change) change(*settings);
+  DialRun run;
+  {
+    SmsSender sender;
+    sender.Settings = settings;
+    SmsMessage message;
+    message.Recipient = recipient;
+    try {
+      if (connect_only) {
+        sender.Connect();
+      } else {
+        sender.SendSms(message);
+      }
+    } catch (const Error& e) {
+      run.error = std::make_unique<Error>(e);
+    }
+    run.connected = sender.Link().IsConnected;
+    run.port_open = sender.Link().comm && sender.Link().comm->PortOpen();
+    run.received = sender.Link().recvBuffer;
+  }
+  run.elapsed_ms = runtime.now_ms() - start_ms;
+  run.written = runtime.written();
+  run.transcript_lines = runtime.transcript().size();
+  return run;
+}
 
 struct DialCase {
   const char* name;
@@ -27,9 +82,7 @@ struct DialCase {
   int64_t min_ms, max_ms;  // when the error comes, from the start of the run
 };
 
-class DialTest : public LineFixture {};
-
-TEST_F(DialTest, ResultLinesEndTheDialWithTheirErrors) {
+TEST(DialTest, ResultLinesEndTheDialWithTheirErrors) {
   const DialCase cases[] = {
       {"busy", "BUSY", {}, L"20", 526, kBusy, 300, 1000},
       {"no dialtone", "NO DIALTONE", {}, L"20", 526, kNoDialTone, 300, 1000},
@@ -40,64 +93,56 @@ TEST_F(DialTest, ResultLinesEndTheDialWithTheirErrors) {
       {"silence", nullptr, {}, L"20", 523, kTimedOut, 20000, 21000},
       {"silence, time-out 0", nullptr, {}, L"0", 523, kTimedOut, 0, 1000},
       {"silence, negative time-out", nullptr, {}, L"-5", 523, kTimedOut, 0, 0},
-      {"lower-case connect counts for nothing", "connect 9600", {}, L"3", 523, kTimedOut, 3000,
+      {"lower-case connect counts for nothing",
+       "connect 9600",
+       {},
+       L"3",
+       523,
+       kTimedOut,
+       3000,
        4000},
-      {"ringing holds ring and is dropped", "RINGING CONNECT", {}, L"2", 523, kTimedOut, 2000,
+      {"ringing holds ring and is dropped",
+       "RINGING CONNECT",
+       {},
+       L"2",
+       523,
+       kTimedOut,
+       2000,
        3000},
   };
   for (const DialCase& c : cases) {
     SCOPED_TRACE(c.name);
-    sim::VirtualRuntime runtime(1'000'000);
-    ScopedRuntime installed(runtime);
     sim::ModemScenario scenario;
     scenario.silent = c.result == nullptr;
     if (c.result) scenario.dial_result = c.result;
     scenario.leading_lines = c.leading;
-    sim::SimModem peer(scenario);
-    runtime.set_peer(&peer);
-    auto settings = std::make_shared<SmsSettings>(*settings_);
-    settings->ConnectionTimeout = c.timeout;
-    SmsSender sender;
-    sender.Settings = settings;
-    SmsMessage message;
-    message.Recipient = L"0612345678";
-    try {
-      sender.SendSms(message);
-      ADD_FAILURE() << "no error";
-    } catch (const Error& e) {
-      EXPECT_EQ(e.number(), ErrorBase + c.n);
-      EXPECT_EQ(e.description(), c.description);
-      EXPECT_EQ(e.source(), L"");
-    }
-    const int64_t elapsed = runtime.now_ms() - 1'000'000;
-    EXPECT_GE(elapsed, c.min_ms);
-    EXPECT_LE(elapsed, c.max_ms);
-    // The dial went out once; nothing followed it, and the port was closed.
-    EXPECT_EQ(runtime.written(), "ATDT0612345\r");
-    EXPECT_EQ(runtime.transcript().back(), "-- close");
-    EXPECT_FALSE(sender.Link().comm->PortOpen());
+    const DialRun run =
+        RunOnce(scenario, [&c](SmsSettings& s) { s.ConnectionTimeout = c.timeout; });
+    ASSERT_TRUE(run.error);
+    EXPECT_EQ(run.error->number(), ErrorBase + c.n);
+    EXPECT_EQ(run.error->description(), c.description);
+    EXPECT_EQ(run.error->source(), L"");
+    EXPECT_GE(run.elapsed_ms, c.min_ms);
+    EXPECT_LE(run.elapsed_ms, c.max_ms);
+    // The dial went out once, nothing followed it (no hang-up: the link never came up), and the
+    // port was closed.
+    EXPECT_EQ(run.written, "ATDT0612345\r");
+    EXPECT_FALSE(run.port_open);
   }
 }
 
-TEST_F(DialTest, TimeOutComesAtTheNextWholeSecondPastTheLimit) {
-  // Started half-way through a second, the run still fails only when the clock's seconds
-  // differ by 21, which is 20.5 real seconds later.
-  sim::VirtualRuntime runtime(1'000'500);
-  ScopedRuntime installed(runtime);
+TEST(DialTest, TimeOutComesAtTheNextWholeSecondPastTheLimit) {
+  // Started half-way through a second, the run fails only when the clock's seconds differ by
+  // 21, which is 20.5 real seconds later.
   sim::ModemScenario silent;
   silent.silent = true;
-  sim::SimModem peer(silent);
-  runtime.set_peer(&peer);
-  sender_.Settings = settings_;
-  auto error = Send();
-  ASSERT_TRUE(error);
-  EXPECT_EQ(error->number(), ErrorBase + 523);
-  EXPECT_EQ(runtime.now_ms(), 1'021'000);
-  // Blocking waits, one a second or so: a spinning wait would show thousands.
-  EXPECT_LE(runtime.waits(), 25);
+  const DialRun run = RunOnce(silent, nullptr, L"0612345678", false, false, 1'000'500);
+  ASSERT_TRUE(run.error);
+  EXPECT_EQ(run.error->number(), ErrorBase + 523);
+  EXPECT_EQ(run.elapsed_ms, 20'500);
 }
 
-TEST_F(DialTest, ConnectWaitsForTheCarrier) {
+TEST(DialTest, ConnectWaitsForTheCarrier) {
   struct CarrierCase {
     sim::CarrierMode mode;
     int64_t delay_ms;
@@ -110,36 +155,26 @@ TEST_F(DialTest, ConnectWaitsForTheCarrier) {
       {sim::CarrierMode::kNever, 0, false, 31000, 32500},
   };
   for (const CarrierCase& c : cases) {
-    sim::VirtualRuntime runtime(1'000'000);
-    ScopedRuntime installed(runtime);
     sim::ModemScenario scenario;
     scenario.carrier = c.mode;
     scenario.carrier_delay_ms = c.delay_ms;
-    sim::SimModem peer(scenario);
-    runtime.set_peer(&peer);
-    SmsSender sender;
-    sender.Settings = settings_;
+    const DialRun run = RunOnce(scenario, nullptr, L"0612", true);
+    EXPECT_EQ(run.connected, c.connected);
     if (c.connected) {
-      sender.Connect();
-      EXPECT_TRUE(sender.Link().IsConnected);
+      EXPECT_FALSE(run.error);
     } else {
-      try {
-        sender.Connect();
-        ADD_FAILURE() << "no error";
-      } catch (const Error& e) {
-        EXPECT_EQ(e.number(), ErrorBase + 580);
-        EXPECT_EQ(e.description(), L"Unable to connect modem.");
-      }
+      ASSERT_TRUE(run.error);
+      EXPECT_EQ(run.error->number(), ErrorBase + 580);
+      EXPECT_EQ(run.error->description(), L"Unable to connect modem.");
     }
-    const int64_t elapsed = runtime.now_ms() - 1'000'000;
-    EXPECT_GE(elapsed, c.min_ms);
-    EXPECT_LE(elapsed, c.max_ms);
+    EXPECT_GE(run.elapsed_ms, c.min_ms);
+    EXPECT_LE(run.elapsed_ms, c.max_ms);
     // What the modem said while dialing stays in the buffer for the protocol.
-    EXPECT_NE(sender.Link().recvBuffer.find(L"CONNECT 9600"), std::wstring::npos);
+    EXPECT_NE(run.received.find(L"CONNECT 9600"), std::wstring::npos);
   }
 }
 
-TEST_F(DialTest, ResultLinesInPiecesAndOddLineEndsStillConnect) {
+TEST(DialTest, ResultLinesInPiecesAndOddLineEndsStillConnect) {
   struct Shape {
     int split;
     bool lf_cr;
@@ -151,23 +186,61 @@ TEST_F(DialTest, ResultLinesInPiecesAndOddLineEndsStillConnect) {
                           {2, false, {"RING", "RING"}, "CONNECT 2400"},
                           {1, false, {}, "CONNECT NO CARRIER"}};
   for (const Shape& s : shapes) {
-    sim::VirtualRuntime runtime(1'000'000);
-    ScopedRuntime installed(runtime);
     sim::ModemScenario scenario;
     scenario.split = s.split;
     scenario.lf_cr = s.lf_cr;
     scenario.leading_lines = s.leading;
     scenario.dial_result = s.result;
-    sim::SimModem peer(scenario);
-    runtime.set_peer(&peer);
-    SmsSender sender;
-    sender.Settings = settings_;
-    sender.Connect();
-    EXPECT_TRUE(sender.Link().IsConnected) << s.result;
+    EXPECT_TRUE(RunOnce(scenario, nullptr, L"0612", true).connected) << s.result;
   }
 }
 
-TEST_F(DialTest, LinesDuringTheCarrierWaitWaitForTheNextWait) {
+struct RefusalCase {
+  const char* name;
+  const wchar_t* recipient;
+  std::function<void(SmsSettings&)> change;
+  bool open_fails;
+  int32_t number;
+  const wchar_t* description;
+};
+
+TEST(DialTest, RefusalsBeforeTheLineIsUsed) {
+  const RefusalCase cases[] = {
+      {"no digit in the recipient", L"call me", nullptr, false, ErrorBase + 581,
+       L"No recipient specified."},
+      {"two digits to dial", L"0612",
+       [](SmsSettings& s) {
+         s.DialPrefix = L"(";
+         s.SmsCenterNumber = L"1-2";
+       },
+       false, ErrorBase + 582, L"There is no smsc provider specified."},
+      {"a prefix of three digits is enough to try", L"0612",
+       [](SmsSettings& s) {
+         s.DialPrefix = L"0,00";
+         s.SmsCenterNumber = L"";
+       },
+       true, ErrorBase + 520, kCantOpen},
+      {"port can't be opened", L"0612", nullptr, true, ErrorBase + 520, kCantOpen},
+      {"port not a number", L"0612", [](SmsSettings& s) { s.Port = L"COM1"; }, false, 13,
+       L"Type mismatch"},
+      {"time-out not a number", L"0612", [](SmsSettings& s) { s.ConnectionTimeout = L"soon"; },
+       false, 13, L"Type mismatch"},
+      {"time-out too big", L"0612", [](SmsSettings& s) { s.ConnectionTimeout = L"40000"; }, false,
+       6, L"Overflow"},
+  };
+  for (const RefusalCase& c : cases) {
+    SCOPED_TRACE(c.name);
+    const DialRun run = RunOnce(sim::ModemScenario{}, c.change, c.recipient, false, c.open_fails);
+    ASSERT_TRUE(run.error);
+    EXPECT_EQ(run.error->number(), c.number);
+    EXPECT_EQ(run.error->description(), c.description);
+    EXPECT_EQ(run.transcript_lines, 0u);  // the port was never opened
+  }
+}
+
+class DialLogTest : public LineFixture {};
+
+TEST_F(DialLogTest, LinesDuringTheCarrierWaitWaitForTheNextWait) {
   sim::ModemScenario scenario;
   scenario.carrier = sim::CarrierMode::kLate;
   scenario.carrier_delay_ms = 3000;
@@ -184,72 +257,15 @@ TEST_F(DialTest, LinesDuringTheCarrierWaitWaitForTheNextWait) {
   EXPECT_TRUE(sender_.Link().HangUpDetected);
 }
 
-TEST_F(DialTest, DebugLogShowsTheDial) {
+TEST_F(DialLogTest, DebugLogShowsTheDial) {
   std::unique_ptr<Error> error;
   // No centre answers the login; only the dial part of the log matters here.
   const std::vector<std::string> log = SendWithDebug(&error);
-  EXPECT_TRUE(InOrder(log, {"Initializing modem.", "Dialing sms center (0612 345)",
-                            "Sending : ATDT0612345<CR>", "Comm Event: Sending data",
-                            "Comm Event: Receiving data", "Received : <CR><LF>CONNECT 9600<CR><LF>",
-                            "Provider successfully connected."}))
+  EXPECT_TRUE(InOrder(
+      log, {"Initializing modem.", "Dialing sms center (0612 345)", "Sending : ATDT0612345<CR>",
+            "Comm Event: Sending data", "Comm Event: Receiving data",
+            "Received : <CR><LF>CONNECT 9600<CR><LF>", "Provider successfully connected."}))
       << testing::PrintToString(log);
-}
-
-struct RefusalCase {
-  const char* name;
-  const wchar_t* recipient;
-  const wchar_t* port;
-  const wchar_t* timeout;
-  const wchar_t* prefix;
-  const wchar_t* centre;
-  bool open_fails;
-  int32_t number;
-  const wchar_t* description;
-  bool port_opened;
-};
-
-TEST_F(DialTest, RefusalsBeforeTheLineIsUsed) {
-  const RefusalCase cases[] = {
-      {"no digit in the recipient", L"call me", L"1", L"20", L"", L"0612", false, ErrorBase + 581,
-       L"No recipient specified.", false},
-      {"two digits to dial", L"0612", L"1", L"20", L"(", L"1-2", false, ErrorBase + 582,
-       L"There is no smsc provider specified.", false},
-      {"prefix alone is enough", L"0612", L"1", L"20", L"0,00", L"", true, ErrorBase + 520,
-       L"Error opening com port. Make sure no other application is using this port.", false},
-      {"port can't be opened", L"0612", L"1", L"20", L"", L"0612", true, ErrorBase + 520,
-       L"Error opening com port. Make sure no other application is using this port.", false},
-      {"port not a number", L"0612", L"COM1", L"20", L"", L"0612", false, 13, L"Type mismatch",
-       false},
-      {"time-out not a number", L"0612", L"1", L"soon", L"", L"0612", false, 13, L"Type mismatch",
-       false},
-      {"time-out too big", L"0612", L"1", L"40000", L"", L"0612", false, 6, L"Overflow", false},
-  };
-  for (const RefusalCase& c : cases) {
-    SCOPED_TRACE(c.name);
-    sim::VirtualRuntime runtime(1'000'000);
-    ScopedRuntime installed(runtime);
-    sim::SimModem peer{sim::ModemScenario{}};
-    runtime.set_peer(&peer);
-    runtime.set_open_fails(c.open_fails);
-    auto settings = std::make_shared<SmsSettings>(*settings_);
-    settings->Port = c.port;
-    settings->ConnectionTimeout = c.timeout;
-    settings->DialPrefix = c.prefix;
-    settings->SmsCenterNumber = c.centre;
-    SmsSender sender;
-    sender.Settings = settings;
-    SmsMessage message;
-    message.Recipient = c.recipient;
-    try {
-      sender.SendSms(message);
-      ADD_FAILURE() << "no error";
-    } catch (const Error& e) {
-      EXPECT_EQ(e.number(), c.number);
-      EXPECT_EQ(e.description(), c.description);
-    }
-    EXPECT_EQ(runtime.written(), "");
-    EXPECT_EQ(runtime.transcript().empty(), !c.port_opened);
-  }
 }
 
 }  // namespace
