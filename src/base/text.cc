@@ -1,7 +1,5 @@
 #include "base/text.h"
 
-#include <cwchar>
-
 namespace kw {
 namespace {
 
@@ -12,12 +10,12 @@ constexpr wchar_t kHighControls[32] = {
     0x2039, 0x0152, 0x008D, 0x017D, 0x008F, 0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
     0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
 
-wchar_t FromCp1252(unsigned char b) {
-  if (b >= 0x80 && b < 0xA0) return kHighControls[b - 0x80];
-  return static_cast<wchar_t>(b);
-}
-
 }  // namespace
+
+wchar_t LineChar(unsigned char code) {
+  if (code >= 0x80 && code < 0xA0) return kHighControls[code - 0x80];
+  return static_cast<wchar_t>(code);
+}
 
 unsigned char LineCode(wchar_t c) {
   if (c < 0x80 || (c >= 0xA0 && c <= 0xFF)) return static_cast<unsigned char>(c);
@@ -37,46 +35,7 @@ std::string ToLine(const std::wstring& text) {
 std::wstring FromLine(const std::string& bytes) {
   std::wstring out;
   out.reserve(bytes.size());
-  for (char b : bytes) out.push_back(FromCp1252(static_cast<unsigned char>(b)));
-  return out;
-}
-
-std::wstring FromLocale(const std::string& bytes) {
-  std::wstring out;
-  out.reserve(bytes.size());
-  std::mbstate_t state{};
-  size_t i = 0;
-  while (i < bytes.size()) {
-    wchar_t wc = 0;
-    size_t n = std::mbrtowc(&wc, bytes.data() + i, bytes.size() - i, &state);
-    if (n == static_cast<size_t>(-1) || n == static_cast<size_t>(-2)) {
-      // Not valid in the locale's encoding: take the byte as Windows-1252,
-      // so that a file saved on Windows still reads right.
-      out.push_back(FromCp1252(static_cast<unsigned char>(bytes[i])));
-      state = std::mbstate_t{};
-      ++i;
-    } else {
-      out.push_back(wc);  // n == 0 is an embedded NUL, one byte long
-      i += n == 0 ? 1 : n;
-    }
-  }
-  return out;
-}
-
-std::string ToLocale(const std::wstring& text) {
-  std::string out;
-  out.reserve(text.size());
-  std::mbstate_t state{};
-  char buf[16];
-  for (wchar_t c : text) {
-    size_t n = std::wcrtomb(buf, c, &state);
-    if (n == static_cast<size_t>(-1)) {
-      out.push_back('?');
-      state = std::mbstate_t{};
-    } else {
-      out.append(buf, n);
-    }
-  }
+  for (char b : bytes) out.push_back(LineChar(static_cast<unsigned char>(b)));
   return out;
 }
 
