@@ -48,6 +48,7 @@ void modem::Initialize(const std::wstring& Port) {
   if (!comm) {
     comm = CurrentRuntime().NewSerialComm();
     comm->OnComm = [this] { Comm_OnComm(); };
+    comm->OnNotice = [](const std::wstring& text) { LogDebug(text); };
   }
   comm->SetCommPort(ToInt16(Port));
   comm->SetRThreshold(1);

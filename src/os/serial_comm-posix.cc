@@ -60,8 +60,11 @@ class FdGuard {
 
 }  // namespace
 
-PosixSerialComm::PosixSerialComm(Runtime& runtime, DevicePath device_for_port)
-    : runtime_(runtime), device_for_port_(std::move(device_for_port)) {}
+PosixSerialComm::PosixSerialComm(Runtime& runtime, DevicePath device_for_port,
+                                 std::string lock_folder)
+    : runtime_(runtime),
+      device_for_port_(std::move(device_for_port)),
+      lock_(std::move(lock_folder)) {}
 
 PosixSerialComm::~PosixSerialComm() { Close(); }
 
@@ -89,6 +92,16 @@ void PosixSerialComm::Open() {
   const std::string path = device_for_port_ ? device_for_port_(port_) : std::string();
   if (path.empty()) throw InvalidPort();
 
+  // Other serial programs mark a port in use with a lock file and never look at flock. The lock
+  // comes before the open, so that a run which loses never touches the device: on a pty even a
+  // bare open and close would disturb the call of the run that holds it.
+  PortLock lock(lock_.folder());
+  const PortLock::Result locked = lock.Take(path);
+  if (locked == PortLock::Result::kHeld) throw PortAlreadyOpen();
+  if (locked == PortLock::Result::kUnavailable && OnNotice) {
+    OnNotice(L"No lock file: " + FromLocale(lock_.folder()) +
+             L" can't be written; the port is kept by flock alone.");
+  }
   // O_NONBLOCK: the open must not wait for carrier. O_NOCTTY: the port must never become our
   // controlling terminal, or a hang-up on it would signal the program.
   FdGuard fd(RetryOnEintr(
@@ -129,6 +142,7 @@ void PosixSerialComm::Open() {
   RetryOnEintr([&] { return ::tcflush(fd.get(), TCIFLUSH); });
 
   fd_ = fd.release();
+  lock_ = std::move(lock);
   ++generation_;
   original_ = original;
   failed_ = false;
@@ -169,8 +183,9 @@ void PosixSerialComm::Close() noexcept {
   // The exclusive flag can outlive our descriptor on some ttys (a pty's slave lives on with its
   // master); left set, it would shut out the next run that is not root.
   ::ioctl(fd_, TIOCNXCL);
-  ::close(fd_);  // also releases the lock
+  ::close(fd_);  // also releases the flock
   fd_ = -1;
+  lock_.Release();  // only now: the device is free once the lock file is gone
   ++generation_;
   failed_ = false;
   has_modem_lines_ = false;

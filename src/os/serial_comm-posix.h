@@ -7,19 +7,23 @@
 #include <functional>
 #include <string>
 
+#include "os/port_lock-posix.h"
 #include "os/runtime.h"
 #include "os/serial_comm.h"
 
 namespace kw {
 
-/// The serial component over a POSIX terminal device: raw termios, an exclusive flock while
-/// open, and events found by poll(2) through the runtime it is tied to (which must outlive it).
+/// The serial component over a POSIX terminal device: raw termios, a UUCP lock file and an
+/// exclusive flock while open, and events found by poll(2) through the runtime it is tied to
+/// (which must outlive it).
 class PosixSerialComm final : public SerialComm, public EventSource {
  public:
   /// Gives the device path, in the locale's encoding, for a port number ("" for none).
   using DevicePath = std::function<std::string(int16_t port)>;
 
-  PosixSerialComm(Runtime& runtime, DevicePath device_for_port);
+  /// Lock files go to lock_folder; only tests give another folder than the system's.
+  PosixSerialComm(Runtime& runtime, DevicePath device_for_port,
+                  std::string lock_folder = SystemPortLockFolder());
   ~PosixSerialComm() override;
   PosixSerialComm(const PosixSerialComm&) = delete;
   PosixSerialComm& operator=(const PosixSerialComm&) = delete;
@@ -69,6 +73,7 @@ class PosixSerialComm final : public SerialComm, public EventSource {
   int16_t comm_event_ = 0;
 
   int fd_ = -1;
+  PortLock lock_;            ///< the device's lock file while the port is open
   uint64_t generation_ = 0;  ///< counts openings and closings, so delivery notices either
   bool failed_ = false;
   bool has_modem_lines_ = false;

@@ -7,6 +7,7 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include <fstream>
 #include <memory>
 #include <string>
 #include <utility>
@@ -150,6 +151,25 @@ TEST_F(PosixSerialCommTest, OpeningFailsOnWhatIsNotAPort) {
     EXPECT_FALSE(comm.PortOpen()) << c.second;
   }
   unlink(file);
+}
+
+TEST_F(PosixSerialCommTest, ALockFileKeepsThePortAndAFolderThatCantBeWrittenIsNoted) {
+  char folder[] = "/tmp/kw-locks-XXXXXX";
+  ASSERT_NE(mkdtemp(folder), nullptr);
+  const std::string lock_file = std::string(folder) + "/" + PortLockName(slave_);
+  const std::pair<std::string, int32_t> cases[] = {{folder, 8005}, {"/nonexistent", 0}};
+  std::ofstream(lock_file) << PortLockText(getppid());  // another program holds the port
+  for (const auto& [lock_folder, error] : cases) {
+    PosixSerialComm comm(
+        *runtime_, [&](int16_t) { return slave_; }, lock_folder);
+    std::vector<std::wstring> notices;
+    comm.OnNotice = [&](const std::wstring& text) { notices.push_back(text); };
+    EXPECT_EQ(OpenError(comm), error) << lock_folder;
+    EXPECT_EQ(comm.PortOpen(), error == 0);
+    EXPECT_EQ(notices.size(), error == 0 ? 1u : 0u) << lock_folder;
+  }
+  unlink(lock_file.c_str());
+  rmdir(folder);
 }
 
 TEST_F(PosixSerialCommTest, ReceivesAsWindows1252ThenALostDeviceEndsInOneNoCarrier) {

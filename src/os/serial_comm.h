@@ -50,6 +50,8 @@ class SerialComm {
 
   /// The one event: called on the program's thread, only while events are being delivered.
   std::function<void()> OnComm;
+  /// Called with a remark on how the port was taken, for the debug log; may stay empty.
+  std::function<void(const std::wstring&)> OnNotice;
 };
 
 }  // namespace kw
