@@ -81,21 +81,33 @@ void Classify(const std::wstring& text, Line& line) {
   line.value = text.substr(eq + 1);
 }
 
-/// Splits the bytes into lines at CR LF, LF or a lone CR, past a leading byte-order mark.
-std::vector<Line> Parse(const std::string& bytes) {
+/// The text of a line of an 8-bit file: decoded in the locale's encoding.
+std::wstring Decode(const std::string& bytes) { return FromLocale(bytes); }
+/// The text of a line of a UTF-16 file: already characters.
+std::wstring Decode(const std::wstring& text) { return text; }
+/// A line's new text in the file's own form.
+std::string Encode(const std::wstring& text, const std::string&) { return ToLocale(text); }
+std::wstring Encode(const std::wstring& text, const std::wstring&) { return text; }
+
+/// Splits the file's text (bytes, or the characters of a UTF-16 file) into lines at CR LF, LF or
+/// a lone CR, from body on (past a byte-order mark).
+template <typename Text>
+std::vector<Line> Parse(const Text& text, size_t body) {
+  using Char = typename Text::value_type;
+  static const Char kLineEnds[] = {'\r', '\n', 0};
   std::vector<Line> lines;
-  size_t pos = bytes.compare(0, 3, kByteOrderMark) == 0 ? 3 : 0;
-  while (pos < bytes.size()) {
+  size_t pos = body;
+  while (pos < text.size()) {
     Line line;
     line.begin = pos;
-    line.end = std::min(bytes.find_first_of("\r\n", pos), bytes.size());
+    line.end = std::min(text.find_first_of(kLineEnds, pos), text.size());
     line.next = line.end;
-    if (line.next < bytes.size() && bytes[line.next++] == '\r' && line.next < bytes.size() &&
-        bytes[line.next] == '\n') {
+    if (line.next < text.size() && text[line.next++] == '\r' && line.next < text.size() &&
+        text[line.next] == '\n') {
       ++line.next;
     }
-    const size_t text_end = std::min(bytes.find('\0', pos), line.end);  // a NUL ends the line
-    Classify(FromLocale(bytes.substr(pos, text_end - pos)), line);
+    const size_t text_end = std::min(text.find(Char(0), pos), line.end);  // a NUL ends the line
+    Classify(Decode(text.substr(pos, text_end - pos)), line);
     lines.push_back(std::move(line));
     pos = lines.back().next;
   }
@@ -127,36 +139,127 @@ std::wstring Clean(const std::wstring& raw) {
   return value.substr(0, kMaxValue);
 }
 
-}  // namespace
+/// A profile file as read: its bytes, or for a file saved as UTF-16 (what Windows calls
+/// "Unicode", with a byte-order mark), its characters.
+struct FileText {
+  enum Encoding { k8Bit, kUtf16Le, kUtf16Be };
+  Encoding encoding = k8Bit;
+  std::string bytes;  ///< the whole file, for an 8-bit one
+  std::wstring wide;  ///< the characters behind the mark, for a UTF-16 one
+};
 
-std::wstring ProfileGetString(const std::wstring& section, const std::wstring& key,
-                              const std::wstring& default_value, const std::wstring& path) {
-  const std::vector<Line> lines = Parse(ReadBytes(path));
+/// The UTF-16 code unit at byte i.
+unsigned Unit(const std::string& bytes, size_t i, bool big_endian) {
+  const unsigned first = static_cast<unsigned char>(bytes[i]);
+  const unsigned second = static_cast<unsigned char>(bytes[i + 1]);
+  return big_endian ? first << 8 | second : second << 8 | first;
+}
+
+/// Reads the file and tells its encoding by its byte-order mark.
+FileText Load(const std::wstring& path) {
+  FileText file;
+  file.bytes = ReadBytes(path);
+  const bool le = file.bytes.compare(0, 2, "\xFF\xFE") == 0;
+  const bool be = file.bytes.compare(0, 2, "\xFE\xFF") == 0;
+  if (!le && !be) return file;
+  file.encoding = le ? FileText::kUtf16Le : FileText::kUtf16Be;
+  // Pairs of surrogates become one character; a lone one stays as it is, so that writing the
+  // file back gives the same units. An odd last byte is no character and is dropped.
+  for (size_t i = 2; i + 1 < file.bytes.size(); i += 2) {
+    const unsigned unit = Unit(file.bytes, i, be);
+    if (unit >= 0xD800 && unit <= 0xDBFF && i + 3 < file.bytes.size()) {
+      const unsigned low = Unit(file.bytes, i + 2, be);
+      if (low >= 0xDC00 && low <= 0xDFFF) {
+        file.wide.push_back(
+            static_cast<wchar_t>(0x10000 + ((unit - 0xD800) << 10) + (low - 0xDC00)));
+        i += 2;
+        continue;
+      }
+    }
+    file.wide.push_back(static_cast<wchar_t>(unit));
+  }
+  file.bytes.clear();
+  return file;
+}
+
+/// Writes the file back in the encoding it was read in. Reports nothing.
+void Store(const std::wstring& path, const FileText& file) {
+  std::string bytes = file.bytes;
+  if (file.encoding != FileText::k8Bit) {
+    const bool be = file.encoding == FileText::kUtf16Be;
+    const auto put = [&](unsigned unit) {
+      const char high = static_cast<char>(unit >> 8);
+      const char low = static_cast<char>(unit & 0xFF);
+      bytes += be ? std::string{high, low} : std::string{low, high};
+    };
+    put(0xFEFF);
+    for (const wchar_t c : file.wide) {
+      const unsigned code = static_cast<unsigned>(c);
+      if (code > 0xFFFF && code <= 0x10FFFF) {
+        put(0xD800 + ((code - 0x10000) >> 10));
+        put(0xDC00 + ((code - 0x10000) & 0x3FF));
+      } else {
+        put(code > 0xFFFF ? '?' : code);
+      }
+    }
+  }
+  std::ofstream out(ToLocale(path), std::ios::binary | std::ios::trunc);
+  out << bytes;  // a failure is not reported, by design of this call
+}
+
+/// Where the lines of the file's text begin: past a UTF-8 byte-order mark.
+size_t Body(const std::string& bytes) { return bytes.compare(0, 3, kByteOrderMark) == 0 ? 3 : 0; }
+size_t Body(const std::wstring&) { return 0; }
+
+/// Reads a key from the file's text.
+template <typename Text>
+std::wstring Get(const Text& text, const std::wstring& section, const std::wstring& key,
+                 const std::wstring& default_value) {
+  const std::vector<Line> lines = Parse(text, Body(text));
   const Spot spot = Find(lines, Trim(section), Trim(key));
   return spot.key == kNone ? default_value : Clean(lines[spot.key].value);
 }
 
-void ProfileWriteString(const std::wstring& section, const std::wstring& key,
-                        const std::wstring& value, const std::wstring& path) {
-  std::string bytes = ReadBytes(path);
-  const std::vector<Line> lines = Parse(bytes);
+/// Sets a key in the file's text, keeping all else.
+template <typename Text>
+void Put(Text& text, const std::wstring& section, const std::wstring& key,
+         const std::wstring& value) {
+  const std::vector<Line> lines = Parse(text, Body(text));
   const Spot spot = Find(lines, Trim(section), Trim(key));
+  const Text kCrLf = Encode(L"\r\n", text);
   if (spot.key != kNone) {
     // The key keeps its spelling from the file and the line keeps its line end.
     const Line& line = lines[spot.key];
-    bytes.replace(line.begin, line.end - line.begin, ToLocale(line.name + L"=" + value));
+    text.replace(line.begin, line.end - line.begin, Encode(line.name + L"=" + value, text));
   } else if (spot.header != kNone) {
     const Line& after = lines[spot.last];
-    std::string entry = ToLocale(Trim(key) + L"=" + value) + "\r\n";
-    if (after.next == after.end) entry.insert(0, "\r\n");  // the file's last line had no end
-    bytes.insert(after.next, entry);
+    Text entry = Encode(Trim(key) + L"=" + value, text) + kCrLf;
+    if (after.next == after.end) entry.insert(0, kCrLf);  // the file's last line had no end
+    text.insert(after.next, entry);
   } else {
-    const size_t body = bytes.compare(0, 3, kByteOrderMark) == 0 ? 3 : 0;
-    if (bytes.size() > body && bytes.back() != '\n' && bytes.back() != '\r') bytes += "\r\n";
-    bytes += ToLocale(L"[" + Trim(section) + L"]\r\n" + Trim(key) + L"=" + value + L"\r\n");
+    if (text.size() > Body(text) && text.back() != '\n' && text.back() != '\r') text += kCrLf;
+    text += Encode(L"[" + Trim(section) + L"]\r\n" + Trim(key) + L"=" + value + L"\r\n", text);
   }
-  std::ofstream out(ToLocale(path), std::ios::binary | std::ios::trunc);
-  out << bytes;  // a failure is not reported, by design of this call
+}
+
+}  // namespace
+
+std::wstring ProfileGetString(const std::wstring& section, const std::wstring& key,
+                              const std::wstring& default_value, const std::wstring& path) {
+  const FileText file = Load(path);
+  return file.encoding == FileText::k8Bit ? Get(file.bytes, section, key, default_value)
+                                          : Get(file.wide, section, key, default_value);
+}
+
+void ProfileWriteString(const std::wstring& section, const std::wstring& key,
+                        const std::wstring& value, const std::wstring& path) {
+  FileText file = Load(path);
+  if (file.encoding == FileText::k8Bit) {
+    Put(file.bytes, section, key, value);
+  } else {
+    Put(file.wide, section, key, value);
+  }
+  Store(path, file);
 }
 
 }  // namespace kw

@@ -30,6 +30,16 @@ std::string ReadBytes(const fs::path& path) {
   return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
+/// The bytes of a file saved as UTF-16 with its byte-order mark, from code units.
+std::string Utf16(const std::u16string& units, bool big_endian = false) {
+  std::string bytes;
+  for (const char16_t unit : u"\uFEFF" + units) {
+    const char high = static_cast<char>(unit >> 8), low = static_cast<char>(unit & 0xFF);
+    bytes += big_endian ? std::string{high, low} : std::string{low, high};
+  }
+  return bytes;
+}
+
 /// Writes the bytes (if any) to a file and reads one key of it, with "dflt" as the default.
 std::wstring Get(std::optional<std::string> bytes, const wchar_t* section, const wchar_t* key) {
   TempFolder folder;
@@ -50,6 +60,10 @@ TEST(ProfileGetString, FollowsTheFileRules) {
       {"lone CR, not in value", "[a]\rk=v\rx=y\r", L"a", L"k", L"v"},
       {"no final line end", "[a]\nk=v", L"a", L"k", L"v"},
       {"byte-order mark", "\xEF\xBB\xBF[a]\nk=v\n", L"a", L"k", L"v"},
+      {"UTF-16LE", Utf16(u"[a]\r\nk=caf\u00E9 \U0001F600\r\n"), L"a", L"k",
+       L"caf\u00E9 \U0001F600"},
+      {"UTF-16BE", Utf16(u"[a]\nk=\u20AC\n", true), L"a", L"k", L"\u20AC"},
+      {"UTF-16, odd last byte", Utf16(u"[a]\nk=v") + "x", L"a", L"k", L"v"},
       {"NUL ends the line", "[a]\nk=v\0junk\nx=y\n"s, L"a", L"k", L"v"},
       {"line after a NUL", "[a]\nk=v\0junk\nx=y\n"s, L"a", L"x", L"y"},
       {"NUL before =", "[a]\nk\0=v\n"s, L"a", L"k", L"dflt"},
@@ -127,6 +141,11 @@ TEST(ProfileWriteString, ChangesOnlyWhatItMust) {
       {"add section, empty file", "", L"b", L"j", "[b]\r\nj=new\r\n"},
       {"add section, mark only", "\xEF\xBB\xBF", L"b", L"j", "\xEF\xBB\xBF[b]\r\nj=new\r\n"},
       {"create", std::nullopt, L"s", L"k", "[s]\r\nk=new\r\n"},
+      // A file saved as UTF-16 stays so, every other unit kept (a lone surrogate too).
+      {"UTF-16LE, add key", Utf16(u"[a]\r\nk=\xD800\r\n[b]\r\n"), L"a", L"j",
+       Utf16(u"[a]\r\nk=\xD800\r\nj=new\r\n[b]\r\n")},
+      {"UTF-16BE, in place", Utf16(u"[a]\nk=\U0001F600\nz=\U0001F600", true), L"a", L"k",
+       Utf16(u"[a]\nk=new\nz=\U0001F600", true)},
   };
   for (const auto& c : cases) {
     TempFolder folder;
