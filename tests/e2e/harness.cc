@@ -29,13 +29,19 @@ int MsLeft(Clock::time_point deadline) {
 }
 
 /// Starts path with argv (argv[0] included) in cwd, stdin from /dev/null; stdout and stderr go
-/// to the descriptors given, or stay the test's own for -1. Everything the child does between
-/// fork and exec is async-signal-safe, so it is prepared here first.
+/// to the descriptors given, or stay the test's own for -1; the environment given, or the
+/// test's own for null. Everything the child does between fork and exec is async-signal-safe,
+/// so it is prepared here first.
 pid_t Spawn(const std::string& path, const std::vector<std::string>& argv, const std::string& cwd,
-            int out_fd, int err_fd) {
+            int out_fd, int err_fd, const std::vector<std::string>* environment = nullptr) {
   std::vector<char*> args;
   for (const std::string& arg : argv) args.push_back(const_cast<char*>(arg.c_str()));
   args.push_back(nullptr);
+  std::vector<char*> env;
+  if (environment) {
+    for (const std::string& entry : *environment) env.push_back(const_cast<char*>(entry.c_str()));
+  }
+  env.push_back(nullptr);
   const int null_fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
   if (null_fd < 0) throw std::runtime_error("can't open /dev/null");
   sigset_t none;
@@ -47,7 +53,7 @@ pid_t Spawn(const std::string& path, const std::vector<std::string>& argv, const
     if (out_fd >= 0) dup2(out_fd, 1);
     if (err_fd >= 0) dup2(err_fd, 2);
     if (!cwd.empty() && chdir(cwd.c_str()) != 0) _exit(127);
-    execv(path.c_str(), args.data());
+    execve(path.c_str(), args.data(), environment ? env.data() : environ);
     _exit(127);
   }
   close(null_fd);
@@ -150,7 +156,7 @@ int SimProcess::Wait(int timeout_ms) {
 }
 
 RunResult RunKestrawind(const std::string& folder, const std::vector<std::string>& args,
-                        int timeout_s) {
+                        int timeout_s, const std::vector<std::string>* environment) {
   const std::string binary = folder + "/kestrawind";
   std::vector<std::string> argv = {binary};
   argv.insert(argv.end(), args.begin(), args.end());
@@ -162,7 +168,7 @@ RunResult RunKestrawind(const std::string& folder, const std::vector<std::string
     close(out_pipe[1]);
     throw std::runtime_error("pipe2 failed");
   }
-  const pid_t pid = Spawn(binary, argv, folder, out_pipe[1], err_pipe[1]);
+  const pid_t pid = Spawn(binary, argv, folder, out_pipe[1], err_pipe[1], environment);
   close(out_pipe[1]);
   close(err_pipe[1]);
 

@@ -65,9 +65,10 @@ class SimProcess {
 };
 
 /// Runs <folder>/kestrawind with the arguments (no shell), stdin from /dev/null, in the folder;
-/// collects stdout and stderr whole; kills it after timeout_s.
+/// collects stdout and stderr whole; kills it after timeout_s. It gets the environment given
+/// ("NAME=value" entries; none at all is what env -i gives), or the test's own for null.
 RunResult RunKestrawind(const std::string& folder, const std::vector<std::string>& args,
-                        int timeout_s);
+                        int timeout_s, const std::vector<std::string>* environment = nullptr);
 
 /// The bytes of a kestrawind.ini that sends through the simulator's pty on port 1. The extra
 /// lines go at the end as they are (they may open sections of their own).
