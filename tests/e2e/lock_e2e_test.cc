@@ -1,5 +1,6 @@
 // End-to-end runs that meet the lock files of other serial programs in the system's real lock
 // folder: the real binary over a pseudo-terminal against kestrawind-sim.
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -149,6 +150,29 @@ TEST(LockE2E, TenRunsAtOnceSendOnceAndTheOthersGet520) {
       << transcript;
   EXPECT_NE(transcript.find("checksum ok, answer <ACK>"), std::string::npos) << transcript;
   EXPECT_EQ(access(lock.path().c_str(), F_OK), -1);
+}
+
+// The lock folder is made read-only for one run alone, in a mount namespace of its own.
+TEST(LockE2E, LockFolderThatCantBeWrittenLeavesTheFlockAndOneDebugLine) {
+  if (geteuid() != 0 || std::system("unshare -m true >/dev/null 2>&1") != 0) {
+    GTEST_SKIP() << "needs root and unshare -m to mount a read-only lock folder";
+  }
+  TempFolder folder;
+  folder.CopyKestrawind();
+  ASSERT_EQ(rename(folder.File("kestrawind").c_str(), folder.File("kestrawind.real").c_str()), 0);
+  ASSERT_TRUE(std::ofstream(folder.File("kestrawind"))
+              << "#!/bin/sh\nexec unshare -m sh -c 'mount -t tmpfs -o ro tmpfs " << kLockFolder
+              << " && exec \"$0\" \"$@\"' \"$(dirname \"$0\")/kestrawind.real\" \"$@\"\n");
+  ASSERT_EQ(chmod(folder.File("kestrawind").c_str(), 0755), 0);
+  SimProcess sim(folder.File("transcript.txt"), {"--dial-result", "BUSY"});
+  folder.WriteIni(IniForSim("TAP", sim.pty_path()));
+
+  const RunResult result = RunKestrawind(folder.path(), {"0612345678", "hello", "/DEBUG"}, 30);
+  const std::string notice = std::string("\tNo lock file: ") + kLockFolder +
+                             " can't be written; the port is kept by flock alone.\r\n";
+  EXPECT_EQ(Count(result.out, notice), 1u) << result.out;
+  EXPECT_NE(result.out.find("Error: [526] The number is busy."), std::string::npos) << result.out;
+  EXPECT_EQ(Count(WaitForTranscriptClose(sim.transcript_path(), 3000), " -- open\n"), 1u);
 }
 
 }  // namespace
