@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <chrono>
 #include <climits>
-#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <string>
@@ -16,6 +15,7 @@
 
 #include "e2e/harness.h"
 #include "gtest/gtest.h"
+#include "os/port_lock-posix.h"
 
 namespace kw::e2e {
 namespace {
@@ -24,25 +24,12 @@ constexpr char kLockFolder[] = "/run/lock";
 const char kPortTaken[] =
     "Error: [520] Error opening com port. Make sure no other application is using this port.\r\n";
 
-/// The HDB text of a lock file for the process.
-std::string HdbText(pid_t pid) {
-  char text[16];
-  std::snprintf(text, sizeof text, "%10d\n", static_cast<int>(pid));
-  return text;
-}
-
 /// The lock file of the simulator's pty (/dev/pts/N), removed when the object goes.
-class PtyLockFile {
- public:
-  explicit PtyLockFile(const std::string& pty_path)
-      : path_(std::string(kLockFolder) + "/LCK..pts_" + pty_path.substr(pty_path.rfind('/') + 1)) {}
-  ~PtyLockFile() { unlink(path_.c_str()); }
-  PtyLockFile(const PtyLockFile&) = delete;
-  PtyLockFile& operator=(const PtyLockFile&) = delete;
-  const std::string& path() const { return path_; }
-
- private:
-  std::string path_;
+struct PtyLockFile {
+  explicit PtyLockFile(const std::string& pty)
+      : path(std::string(kLockFolder) + "/LCK..pts_" + pty.substr(pty.rfind('/') + 1)) {}
+  ~PtyLockFile() { unlink(path.c_str()); }
+  const std::string path;
 };
 
 /// Why the test can't use the system's lock folder, or "".
@@ -77,22 +64,22 @@ TEST(LockE2E, LiveLockGives520WithoutAnOpenAndAStaleOneIsTakenForTheRun) {
   PtyLockFile lock(sim.pty_path());
 
   // A live holder (this test): refused before the device is ever opened.
-  ASSERT_TRUE(std::ofstream(lock.path()) << HdbText(getpid()));
+  ASSERT_TRUE(std::ofstream(lock.path) << PortLockText(getpid()));
   RunResult result = RunKestrawind(folder.path(), {"0612345678", "hello"}, 30);
   EXPECT_EQ(result.out, kPortTaken);
-  EXPECT_EQ(ReadWholeFile(lock.path()), HdbText(getpid()));
+  EXPECT_EQ(ReadWholeFile(lock.path), PortLockText(getpid()));
   std::this_thread::sleep_for(std::chrono::milliseconds(200));  // an open would be seen by now
   EXPECT_EQ(Count(ReadWholeFile(sim.transcript_path()), " -- open\n"), 0u)
       << ReadWholeFile(sim.transcript_path());
 
   // A holder that is gone: its lock is taken over, holds the run's id, and goes with the run.
-  const std::string stale = HdbText(DeadPid());
-  ASSERT_TRUE(std::ofstream(lock.path()) << stale);
+  const std::string stale = PortLockText(DeadPid());
+  ASSERT_TRUE(std::ofstream(lock.path) << stale);
   std::thread run([&] { result = RunKestrawind(folder.path(), {"0612345678", "hello"}, 30); });
   std::string during = stale;
   for (int i = 0; i < 200 && (during == stale || during.empty()); ++i) {
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    during = ReadWholeFile(lock.path());
+    during = ReadWholeFile(lock.path);
   }
   const int pid = std::atoi(during.c_str());
   std::string holder;  // the program that the id belongs to
@@ -102,11 +89,11 @@ TEST(LockE2E, LiveLockGives520WithoutAnOpenAndAStaleOneIsTakenForTheRun) {
     holder.assign(exe, std::max<ssize_t>(0, readlink(link.c_str(), exe, sizeof exe - 1)));
   }
   run.join();
-  EXPECT_EQ(during, HdbText(pid));
+  EXPECT_EQ(during, PortLockText(pid));
   EXPECT_EQ(holder, folder.File("kestrawind"));
   EXPECT_EQ(result.out, "Error: [526] The number is busy. Please try again later.\r\n");
-  EXPECT_EQ(ReadWholeFile(lock.path()), "") << "the lock file outlived the run";
-  EXPECT_EQ(access(lock.path().c_str(), F_OK), -1);
+  EXPECT_EQ(ReadWholeFile(lock.path), "") << "the lock file outlived the run";
+  EXPECT_EQ(access(lock.path.c_str(), F_OK), -1);
   EXPECT_EQ(Count(WaitForTranscriptClose(sim.transcript_path(), 3000), " -- open\n"), 1u);
 }
 
@@ -149,7 +136,7 @@ TEST(LockE2E, TenRunsAtOnceSendOnceAndTheOthersGet520) {
   EXPECT_EQ(Count(JoinedChunks(transcript, '>'), "<STX>0612345678<CR>hello<CR><ETX>"), 1u)
       << transcript;
   EXPECT_NE(transcript.find("checksum ok, answer <ACK>"), std::string::npos) << transcript;
-  EXPECT_EQ(access(lock.path().c_str(), F_OK), -1);
+  EXPECT_EQ(access(lock.path.c_str(), F_OK), -1);
 }
 
 // The lock folder is made read-only for one run alone, in a mount namespace of its own.
