@@ -224,6 +224,10 @@ void RefuseWritesAboveStandardError() {
 
 TEST(ProcessE2E, DialThatThePortRefusesIsADialingError) {
   if (kAuditArch == 0) GTEST_SKIP() << "no write filter for this machine";
+#if defined(__SANITIZE_ADDRESS__)
+  // The sanitizer's start-up probes memory with writes to a pipe and insists on their errno.
+  GTEST_SKIP() << "the write filter breaks the sanitizer's own start-up";
+#endif
   TempFolder folder;
   folder.CopyKestrawind();
   SimProcess sim(folder.File("transcript.txt"), {});
@@ -234,7 +238,8 @@ TEST(ProcessE2E, DialThatThePortRefusesIsADialingError) {
   const RunResult result =
       RunKestrawind(folder.path(), {"/DEBUG", "0612345678", "hello"}, 60, refused);
   const std::string error = "Error: [521] Dialing Error (8020-Write to the port failed)\r\n";
-  ASSERT_GE(result.out.size(), error.size()) << result.out;
+  ASSERT_GE(result.out.size(), error.size())
+      << "status " << result.status << ", stderr: " << result.err;
   EXPECT_EQ(result.out.substr(result.out.size() - error.size()), error) << result.out;
   // The trace shows what was tried and nothing that the modem didn't send.
   EXPECT_NE(result.out.find("\tSending : ATDT"), std::string::npos) << result.out;
