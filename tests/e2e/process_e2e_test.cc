@@ -1,10 +1,12 @@
 // End-to-end runs of the program among other processes: a request to stop, a reader of its
 // output that goes away, a closed standard output, a port that refuses to write.
+#include <fcntl.h>
 #include <grp.h>
 #include <linux/audit.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <signal.h>
+#include <sys/ioctl.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -50,12 +52,27 @@ int Count(const std::string& haystack, const std::string& needle) {
   return count;
 }
 
-/// Sends SIGTERM to a run as soon as the simulator's transcript holds a text so many times, and
-/// notes when it did.
+/// Waits, bounded, until the process is stopped, so that signals sent now all wait for SIGCONT.
+void WaitUntilStopped(pid_t pid) {
+  const std::string stat_path = "/proc/" + std::to_string(pid) + "/stat";
+  for (int i = 0; i < 200; ++i) {
+    const std::string stat = ReadWholeFile(stat_path);
+    const size_t name_end = stat.rfind(')');
+    if (name_end != std::string::npos && stat.compare(name_end, 4, ") T ") == 0) return;
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+}
+
+/// Sends signals (SIGTERM unless told) to a run, one right after the other, as soon as the
+/// simulator's transcript holds a text so many times, and notes when it did.
 class Terminator {
  public:
-  Terminator(std::string transcript_path, std::string text, int count)
-      : path_(std::move(transcript_path)), text_(std::move(text)), count_(count) {}
+  Terminator(std::string transcript_path, std::string text, int count,
+             std::vector<int> signals = {SIGTERM})
+      : path_(std::move(transcript_path)),
+        text_(std::move(text)),
+        count_(count),
+        signals_(std::move(signals)) {}
   ~Terminator() {
     if (thread_.joinable()) thread_.join();
   }
@@ -70,7 +87,11 @@ class Terminator {
              Clock::now() < end; std::this_thread::sleep_for(std::chrono::milliseconds(10))) {
           if (Count(ReadWholeFile(path_), text_) >= count_) {
             sent_at_ = Clock::now();
-            sent_ = kill(pid, SIGTERM) == 0;
+            sent_ = true;
+            for (int signal_number : signals_) {
+              sent_ = kill(pid, signal_number) == 0 && sent_;
+              if (signal_number == SIGSTOP) WaitUntilStopped(pid);
+            }
             return;
           }
         }
@@ -89,6 +110,7 @@ class Terminator {
   std::string path_;
   std::string text_;
   int count_;
+  std::vector<int> signals_;
   std::thread thread_;
   bool sent_ = false;
   Clock::time_point sent_at_;
@@ -146,6 +168,32 @@ TEST(ProcessE2E, SigtermInTheLoginHangsUpAndLeavesThePortToAUserWhoIsNotRoot) {
   EXPECT_EQ(next.status, 0);
   transcript = ReadWholeFile(sim.transcript_path());
   EXPECT_EQ(Count(transcript, " -- open\n"), 2) << transcript;
+}
+
+TEST(ProcessE2E, SecondSignalEndsAtOnceAndStillClearsTheExclusiveFlag) {
+  TempFolder folder;
+  folder.CopyKestrawind();
+  SimProcess sim(folder.File("transcript.txt"),
+                 TapSim({"--opt", "prompt_after=-1", "--runs", "2"}));
+  folder.WriteIni(TapIni(sim.pty_path()));
+
+  // Stopped meanwhile, so that the two arrive together whatever the machine's load.
+  Terminator both(sim.transcript_path(), "probe 2", 1, {SIGSTOP, SIGHUP, SIGTERM, SIGCONT});
+  const RunResult result =
+      RunKestrawind(folder.path(), {"0612345678", "hello"}, 60, both.Options());
+  ASSERT_TRUE(both.Sent());
+  EXPECT_EQ(result.out, "");
+  EXPECT_LT(result.status, 0) << "ended by the second signal itself";
+  const std::string transcript = WaitForTranscriptClose(sim.transcript_path(), 5000);
+  EXPECT_EQ(transcript.find(" > ATH\n"), std::string::npos) << transcript;
+
+  // Left set on a pty, the flag would shut out every later run that isn't root.
+  const int fd = open(sim.pty_path().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+  ASSERT_GE(fd, 0);
+  int exclusive = -1;
+  EXPECT_EQ(ioctl(fd, TIOCGEXCL, &exclusive), 0);
+  EXPECT_EQ(exclusive, 0);
+  close(fd);
 }
 
 TEST(ProcessE2E, AReaderThatGoesAwayDoesNotStopTheSend) {
