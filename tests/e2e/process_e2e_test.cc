@@ -153,6 +153,8 @@ TEST(ProcessE2E, SigtermInTheLoginHangsUpAndLeavesThePortToAUserWhoIsNotRoot) {
   const bool root = geteuid() == 0;
   if (root) {
     ASSERT_EQ(chmod(folder.path().c_str(), 0755), 0);
+    ASSERT_EQ(chmod(folder.File("kestrawind").c_str(), 0755), 0);
+    ASSERT_EQ(chmod(folder.File("kestrawind.ini").c_str(), 0644), 0);
     ASSERT_EQ(chmod(sim.pty_path().c_str(), 0666), 0);
   }
   Terminator second(sim.transcript_path(), "> ATDT", 2);
