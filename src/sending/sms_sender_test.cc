@@ -273,57 +273,37 @@ TEST_F(DialLogTest, DebugLogShowsTheDial) {
 // A request to stop (a signal) comes at some moment of the run; the next wait raises it, and the
 // failure path of SendSms takes the link down as for any raised error.
 TEST(InterruptTest, RequestToStopEndsTheRunWithinTwoSecondsAtEveryStage) {
+  enum ModemAnswer { kConnects, kSilent, kNoCarrierAfterConnect };
   struct Stage {
     const char* name;
     const wchar_t* protocol;
-    bool silent_modem;
-    sim::CarrierMode carrier;
+    ModemAnswer modem;
     const char* centre;
-    std::map<std::string, std::string> options;
-    int64_t request_ms;     // from the start of the run
-    const char* last_sent;  // how the last unit sent before the request begins
-    bool hangs_up;          // "ATH" follows it: the link was up
+    const char* centre_option;  // key=value, or empty
+    int64_t request_ms;         // from the start of the run
+    const char* last_sent;      // how the last unit sent before the request begins
+    bool hangs_up;              // "ATH" follows it: the link was up
   };
   const Stage stages[] = {
-      {"dialing", L"TAP", true, sim::CarrierMode::kAtConnect, "none", {}, 5000, "ATDT", false},
-      {"carrier wait", L"TAP", false, sim::CarrierMode::kNever, "none", {}, 9500, "ATDT", true},
-      {"TAP login",
-       L"TAP",
-       false,
-       sim::CarrierMode::kAtConnect,
-       "tap",
-       {{"prompt_after", "-1"}},
-       4200,
-       "\r",
-       true},
-      {"TAP block unanswered",
-       L"TAP",
-       false,
-       sim::CarrierMode::kAtConnect,
-       "tap",
-       {{"block", "silent"}},
-       6000,
-       "\x02",
-       true},
-      {"UCP reply unanswered",
-       L"UCP",
-       false,
-       sim::CarrierMode::kAtConnect,
-       "ucp",
-       {{"silent", "1"}},
-       6000,
-       "\x02",
-       true},
+      {"dialing", L"TAP", kSilent, "none", "", 5000, "ATDT", false},
+      {"carrier wait", L"TAP", kNoCarrierAfterConnect, "none", "", 9500, "ATDT", true},
+      {"TAP login", L"TAP", kConnects, "tap", "prompt_after=-1", 4200, "\r", true},
+      {"TAP block unanswered", L"TAP", kConnects, "tap", "block=silent", 6000, "\x02", true},
+      {"UCP reply unanswered", L"UCP", kConnects, "ucp", "silent=1", 6000, "\x02", true},
   };
   for (const Stage& c : stages) {
     SCOPED_TRACE(c.name);
     sim::VirtualRuntime runtime;
     ScopedRuntime installed(runtime);
     sim::ModemScenario scenario;
-    scenario.silent = c.silent_modem;
-    scenario.carrier = c.carrier;
+    scenario.silent = c.modem == kSilent;
+    if (c.modem == kNoCarrierAfterConnect) scenario.carrier = sim::CarrierMode::kNever;
     sim::SimModem peer(scenario);  // outlives the sender, whose port closes on it
-    peer.SetCentre(sim::MakeCentre(c.centre, c.options));
+    std::map<std::string, std::string> options;
+    if (const std::string option = c.centre_option; !option.empty()) {
+      options[option.substr(0, option.find('='))] = option.substr(option.find('=') + 1);
+    }
+    peer.SetCentre(sim::MakeCentre(c.centre, options));
     runtime.set_peer(&peer);
     const int64_t request_ms = runtime.now_ms() + c.request_ms;
     runtime.At(request_ms, [] { NoteInterruptRequest(L"SIGTERM"); });
