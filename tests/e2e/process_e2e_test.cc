@@ -21,6 +21,7 @@
 
 #include "e2e/harness.h"
 #include "gtest/gtest.h"
+#include "system_log.h"
 
 namespace kw::e2e {
 namespace {
@@ -130,10 +131,12 @@ TEST(ProcessE2E, SigtermInTheLoginHangsUpAndLeavesThePortToAUserWhoIsNotRoot) {
                  TapSim({"--opt", "prompt_after=-1", "--runs", "2"}));
   folder.WriteIni(TapIni(sim.pty_path()));
 
-  // First run: stopped during the login, at its third probe.
+  // First run: stopped during the login, at its third probe; /LE sends the error line to the
+  // system log too, where one can be read back.
+  const SystemLogCapture log;
   Terminator first(sim.transcript_path(), "probe 3", 1);
   const RunResult stopped =
-      RunKestrawind(folder.path(), {"0612345678", "hello"}, 60, first.Options());
+      RunKestrawind(folder.path(), {"/LE", "0612345678", "hello"}, 60, first.Options());
   const auto ended = Clock::now();
   ASSERT_TRUE(first.Sent());
   EXPECT_EQ(stopped.out, kInterrupted);
@@ -143,6 +146,11 @@ TEST(ProcessE2E, SigtermInTheLoginHangsUpAndLeavesThePortToAUserWhoIsNotRoot) {
       std::chrono::duration_cast<std::chrono::milliseconds>(ended - first.sent_at()).count();
   EXPECT_LT(took, 2000) << "from the signal to the end of the run";
   std::cout << "[ measured ] SIGTERM to the end of the run: " << took << " ms\n";
+  if (log.state() == SystemLogCapture::State::kReady) {
+    std::string record;
+    EXPECT_TRUE(
+        log.WaitForLine("Interrupted by SIGTERM before the send was confirmed", 5000, &record));
+  }
   std::string transcript = WaitForTranscriptClose(sim.transcript_path(), 5000);
   const size_t hang_up = transcript.find(" > ATH\n");
   ASSERT_NE(hang_up, std::string::npos) << transcript;
