@@ -13,6 +13,7 @@
 #include "frontend/console.h"
 #include "frontend/logging.h"
 #include "frontend/string_util.h"
+#include "os/interrupt.h"
 #include "os/platform.h"
 #include "os/system_runtime.h"
 #include "sending/sms_message.h"
@@ -114,6 +115,8 @@ void Main() {
       message = std::make_unique<SmsMessage>();
       message->Recipient = recipient;
       message->Message = text;
+      // A request to stop that came while the run started up ends it before the port is touched.
+      RaiseIfInterrupted();
       sender->SendSms(*message);
 
       const std::wstring success =
@@ -141,6 +144,9 @@ void Main() {
 }
 
 int RunProgram() {
+  // Before anything opens a file; a signal that comes before this point finds nothing to undo.
+  GuardStandardStreams();
+  ArmInterruptHandlers();
   std::setlocale(LC_ALL, "");
   // The optional section "Ports" of the configuration file names the device of a port number;
   // it stands in for the platform's own names of serial ports.

@@ -21,7 +21,8 @@ void ParseOption(std::wstring argument);
 /// Writes the short or the extended usage, unless a usage text was written already.
 void ShowUsage(bool extended);
 
-/// The process's entry: sets the locale, installs the operating system's runtime, runs Main.
+/// The process's entry: guards the standard streams, arms the handlers of requests to stop,
+/// sets the locale, installs the operating system's runtime, runs Main.
 int RunProgram();
 
 }  // namespace kw

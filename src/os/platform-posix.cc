@@ -1,5 +1,7 @@
 #include <errno.h>
+#include <fcntl.h>
 #include <poll.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <syslog.h>
 #include <unistd.h>
@@ -66,6 +68,23 @@ bool PlainFileExists(const std::wstring& path) {
   struct stat info;
   if (stat(ToLocale(path).c_str(), &info) != 0) return false;
   return S_ISREG(info.st_mode);
+}
+
+void GuardStandardStreams() {
+  // open() takes the lowest free descriptor, so each closed one of 0, 1 and 2 is filled in
+  // turn; once one lands above 2, all three are taken. Left closed, the port would open as
+  // descriptor 1 and the debug log, password and all, would go out on the phone line.
+  for (;;) {
+    const int fd = open("/dev/null", O_RDWR);
+    if (fd < 0) break;  // nothing more can be done; the port's own open is checked as well
+    if (fd > STDERR_FILENO) {
+      close(fd);
+      break;
+    }
+  }
+  // A reader that goes away (| head -1) makes writes fail with EPIPE instead of killing the
+  // run mid-call; the failed write is ignored like any other.
+  signal(SIGPIPE, SIG_IGN);
 }
 
 bool WriteStandardOutput(const std::string& bytes) {

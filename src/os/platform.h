@@ -18,6 +18,12 @@ extern const wchar_t kPathSeparator[];
 /// marks them, a hidden or system file).
 bool PlainFileExists(const std::wstring& path);
 
+/// Makes the standard streams safe to lose; called first thing, before anything opens a file.
+/// Descriptors 0, 1 and 2 are held (on the null device where the caller closed them), so that
+/// nothing that the run opens, the serial port above all, can land on them and take standard
+/// output's text; and a reader of standard output that goes away costs only the write.
+void GuardStandardStreams();
+
 /// Writes the bytes straight to standard output, with no buffer in between; true when all of
 /// them were written.
 bool WriteStandardOutput(const std::string& bytes);

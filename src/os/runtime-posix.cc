@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "base/text.h"
+#include "os/interrupt.h"
 #include "os/serial_comm-posix.h"
 #include "os/system_runtime.h"
 
@@ -54,6 +55,7 @@ class PosixRuntime final : public Runtime {
   }
 
   void WaitForEvent() override {
+    RaiseIfInterrupted();
     std::vector<pollfd> fds;
     int limit_ms = -1;
     for (const EventSource* source : sources_) {
@@ -69,15 +71,19 @@ class PosixRuntime final : public Runtime {
       // Rounded up, and at least 1 ms, so that the clock has surely moved on when it returns.
       const int64_t timeout = std::max<int64_t>(1, (deadline - now + kNsPerMs - 1) / kNsPerMs);
       if (::poll(fds.data(), fds.size(), static_cast<int>(timeout)) >= 0 || errno != EINTR) return;
+      // A signal cut the wait short: a request to stop ends it here, not at the deadline.
+      RaiseIfInterrupted();
       now = MonotonicNs();
       if (now >= deadline) return;
     }
   }
 
   void Sleep(int milliseconds) override {
+    RaiseIfInterrupted();
     if (milliseconds <= 0) return;
     timespec remaining{milliseconds / 1000, static_cast<long>(milliseconds % 1000) * kNsPerMs};
     while (::nanosleep(&remaining, &remaining) != 0 && errno == EINTR) {
+      RaiseIfInterrupted();  // the carrier wait sleeps here; a request to stop ends it at once
     }
   }
 

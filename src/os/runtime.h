@@ -36,9 +36,10 @@ class Runtime {
   virtual std::wstring NowText() = 0;
   /// Lets every pending event be delivered once; never blocks.
   virtual void DoEvents() = 0;
-  /// Blocks until an event is pending or the clock reaches its next whole second.
+  /// Blocks until an event is pending or the clock reaches its next whole second. Raises the
+  /// interruption error (RaiseIfInterrupted) as soon as a request to stop the run has come.
   virtual void WaitForEvent() = 0;
-  /// Blocks for the given milliseconds and delivers nothing.
+  /// Blocks for the given milliseconds and delivers nothing; raises like WaitForEvent.
   virtual void Sleep(int milliseconds) = 0;
   /// Makes a new serial component, closed, tied to this runtime's event delivery.
   virtual std::unique_ptr<SerialComm> NewSerialComm() = 0;

@@ -4,13 +4,16 @@
 #include <poll.h>
 #include <sys/file.h>
 #include <sys/ioctl.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <utility>
 
 #include "base/error.h"
 #include "base/text.h"
+#include "os/interrupt-posix.h"
 
 namespace kw {
 namespace {
@@ -19,6 +22,10 @@ constexpr int32_t kErrInvalidPort = 8002;
 constexpr int32_t kErrPortAlreadyOpen = 8005;
 constexpr int32_t kErrSetState = 8015;
 constexpr int32_t kErrPortNotOpen = 8018;
+constexpr int32_t kErrWriteFailed = 8020;
+
+/// How long a close lets queued output drain before it drops DTR.
+constexpr int64_t kDrainLimitMs = 500;
 
 // What the modem link reads once the device itself is gone: the words a modem sends when the
 // line drops, so that the run ends as a lost line and not as a silent timeout.
@@ -29,6 +36,14 @@ Error PortAlreadyOpen() { return Error(kErrPortAlreadyOpen, kProgramSource, L"Po
 Error SetStateFailed() { return Error(kErrSetState, kProgramSource, L"Could not set comm state"); }
 Error PortNotOpen() {
   return Error(kErrPortNotOpen, kProgramSource, L"Operation valid only when the port is open");
+}
+Error WriteFailed() { return Error(kErrWriteFailed, kProgramSource, L"Write to the port failed"); }
+
+/// The monotonic clock in milliseconds.
+int64_t MonotonicMs() {
+  timespec now{};
+  ::clock_gettime(CLOCK_MONOTONIC, &now);
+  return static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
 }
 
 // Repeats a system call that a signal interrupted.
@@ -151,7 +166,9 @@ void PosixSerialComm::Open() {
   input_unsignaled_ = false;
   notice_unread_ = false;
   send_armed_ = false;
+  carried_ = false;
   comm_event_ = 0;
+  SetPortForForcedEnd(fd_);
 
   // A modem listens only while DTR is high, and the last close (HUPCL) left it low; not every
   // driver raises it again on open or on a speed change, so raise it by hand.
@@ -169,7 +186,7 @@ void PosixSerialComm::Close() noexcept {
   if (fd_ < 0) return;
   runtime_.RemoveSource(this);
   if (!failed_) {
-    FlushOutput();
+    DrainOutput();
   } else {
     // Nothing leaves a device that is gone; don't let close() wait for it.
     ::tcflush(fd_, TCOFLUSH);
@@ -183,6 +200,7 @@ void PosixSerialComm::Close() noexcept {
   // The exclusive flag can outlive our descriptor on some ttys (a pty's slave lives on with its
   // master); left set, it would shut out the next run that is not root.
   ::ioctl(fd_, TIOCNXCL);
+  SetPortForForcedEnd(-1);
   ::close(fd_);  // also releases the flock
   fd_ = -1;
   lock_.Release();  // only now: the device is free once the lock file is gone
@@ -218,7 +236,17 @@ void PosixSerialComm::SetOutput(const std::wstring& text) {
   if (failed_) return;
   out_queue_ += ToLine(text);
   send_armed_ = true;
-  FlushOutput();
+  const int refused = FlushOutput();
+  if (refused == 0) return;
+  if (carried_) {
+    // The line carried bytes and now fails: the device went away in the call, a lost line.
+    Fail();
+    return;
+  }
+  // Not one byte got out since the opening: the port refuses to write, and that is the
+  // caller's failure to report (a dial that can't be written), not a call that was lost.
+  Fail(false);
+  throw WriteFailed();
 }
 
 int PosixSerialComm::DriverOutput() const {
@@ -286,22 +314,35 @@ void PosixSerialComm::ReadAvailable() {
   if (gone || (broken && got == 0)) Fail();
 }
 
-void PosixSerialComm::FlushOutput() {
+int PosixSerialComm::FlushOutput() {
   while (!out_queue_.empty() && !failed_) {
     const ssize_t n = ::write(fd_, out_queue_.data(), out_queue_.size());
     if (n > 0) {
       out_queue_.erase(0, static_cast<size_t>(n));
+      carried_ = true;
     } else if (n < 0 && errno == EINTR) {
       continue;
     } else if (n < 0 && errno != EAGAIN && errno != EWOULDBLOCK) {
-      Fail();
+      return errno;
     } else {
       break;
     }
   }
+  return 0;
 }
 
-void PosixSerialComm::Fail() {
+void PosixSerialComm::DrainOutput() noexcept {
+  const int64_t deadline = MonotonicMs() + kDrainLimitMs;
+  while (FlushOutput() == 0 && (!out_queue_.empty() || DriverOutput() > 0)) {
+    const int64_t left = deadline - MonotonicMs();
+    if (left <= 0) return;
+    // Our own queue waits for room in the driver; the driver's own queue only for time.
+    pollfd room{fd_, POLLOUT, 0};
+    ::poll(&room, out_queue_.empty() ? 0 : 1, static_cast<int>(left < 10 ? left : 10));
+  }
+}
+
+void PosixSerialComm::Fail(bool lost_line) {
   if (failed_) return;
   // Whatever the driver still holds came before the loss and is read first.
   char buffer[4096];
@@ -313,18 +354,24 @@ void PosixSerialComm::Fail() {
   }
   failed_ = true;
   out_queue_.clear();
+  if (!lost_line) return;
   in_queue_ += kLostLineNotice;
   input_unsignaled_ = true;
   notice_unread_ = true;
 }
 
 bool PosixSerialComm::Raise(int16_t event, uint64_t generation) {
-  const int16_t outer = comm_event_;
+  // The outer event's number comes back also when the handler raises (a request to stop the
+  // run in a wait inside it, say).
+  struct Restore {
+    int16_t& slot;
+    const int16_t value;
+    ~Restore() { slot = value; }
+  } restore{comm_event_, comm_event_};
   comm_event_ = event;
   // A copy, so that the handler may replace OnComm while it runs.
   const std::function<void()> handler = OnComm;
   if (handler) handler();
-  comm_event_ = outer;
   return fd_ >= 0 && generation_ == generation;
 }
 
@@ -340,7 +387,7 @@ void PosixSerialComm::DeliverPending() {
     if (!Raise(kCommEvReceive, generation)) return;
   }
 
-  if (!failed_) FlushOutput();
+  if (!failed_ && FlushOutput() != 0) Fail();
   if (send_armed_ && sthreshold_ > 0 && OutBufferCount() < sthreshold_) {
     send_armed_ = false;
     if (!Raise(kCommEvSend, generation)) return;

@@ -55,10 +55,14 @@ class PosixSerialComm final : public SerialComm, public EventSource {
   void SetLine(int line, bool high);
   /// Moves every byte that the driver holds into the input queue, noticing a device that is gone.
   void ReadAvailable();
-  /// Writes as much of the output queue as the driver takes without blocking.
-  void FlushOutput();
-  /// Marks the device as gone and queues the lost-line notice, once.
-  void Fail();
+  /// Writes as much of the output queue as the driver takes without blocking; gives the errno
+  /// of a write that the device refused, 0 when there was none.
+  int FlushOutput();
+  /// Gives the output up to a bounded time to leave the driver, so that a last "ATH" is on the
+  /// line before DTR drops and the line settings change.
+  void DrainOutput() noexcept;
+  /// Marks the device as gone; with lost_line, also queues the lost-line notice, once.
+  void Fail(bool lost_line = true);
   /// Bytes that the driver still holds for sending, 0 if it can't tell.
   int DriverOutput() const;
   /// Calls OnComm for one event; false if the handler closed (or reopened) the port.
@@ -84,6 +88,7 @@ class PosixSerialComm final : public SerialComm, public EventSource {
   bool input_unsignaled_ = false;  ///< bytes came in since event 2 was last raised
   bool notice_unread_ = false;     ///< the lost-line notice is queued and not handed over yet
   bool send_armed_ = false;
+  bool carried_ = false;  ///< a byte has gone out since the opening
 };
 
 }  // namespace kw

@@ -192,5 +192,23 @@ TEST_F(PosixSerialCommTest, ReceivesAsWindows1252ThenALostDeviceEndsInOneNoCarri
   EXPECT_GT(runtime_->NowSeconds(), second);
 }
 
+// A port that takes not one byte after its opening refuses the write to the caller (the dial
+// reports it), and no NO CARRIER that the modem never sent appears.
+TEST_F(PosixSerialCommTest, DeviceGoneBeforeTheFirstByteRefusesTheWriteAndInventsNothing) {
+  auto comm = OpenComm();
+  close(std::exchange(master_, -1));
+  int32_t refused = 0;
+  try {
+    comm->SetOutput(L"ATDT1\r");
+  } catch (const Error& e) {
+    refused = e.number();
+  }
+  EXPECT_EQ(refused, 8020);
+  for (int i = 0; i < 3; ++i) runtime_->DoEvents();
+  EXPECT_EQ(comm->Input(), L"");
+  EXPECT_EQ(received_, L"");
+  EXPECT_TRUE(events_.empty());
+}
+
 }  // namespace
 }  // namespace kw

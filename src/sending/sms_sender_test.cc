@@ -5,6 +5,8 @@
 #include <functional>
 
 #include "line_fixture.h"
+#include "os/interrupt.h"
+#include "sim/centre_factory.h"
 
 namespace kw {
 namespace {
@@ -266,6 +268,84 @@ TEST_F(DialLogTest, DebugLogShowsTheDial) {
             "Comm Event: Sending data", "Comm Event: Receiving data",
             "Received : <CR><LF>CONNECT 9600<CR><LF>", "Provider successfully connected."}))
       << testing::PrintToString(log);
+}
+
+// A request to stop (a signal) comes at some moment of the run; the next wait raises it, and the
+// failure path of SendSms takes the link down as for any raised error.
+TEST(InterruptTest, RequestToStopEndsTheRunWithinTwoSecondsAtEveryStage) {
+  enum ModemAnswer { kConnects, kSilent, kNoCarrierAfterConnect };
+  struct Stage {
+    const char* name;
+    const wchar_t* protocol;
+    ModemAnswer modem;
+    const char* centre;
+    const char* centre_option;  // key=value, or empty
+    int64_t request_ms;         // from the start of the run
+    const char* last_sent;      // how the last unit sent before the request begins
+    bool hangs_up;              // "ATH" follows it: the link was up
+  };
+  const Stage stages[] = {
+      {"dialing", L"TAP", kSilent, "none", "", 5000, "ATDT", false},
+      {"carrier wait", L"TAP", kNoCarrierAfterConnect, "none", "", 9500, "ATDT", true},
+      {"TAP login", L"TAP", kConnects, "tap", "prompt_after=-1", 4200, "\r", true},
+      {"TAP block unanswered", L"TAP", kConnects, "tap", "block=silent", 6000, "\x02", true},
+      {"UCP reply unanswered", L"UCP", kConnects, "ucp", "silent=1", 6000, "\x02", true},
+  };
+  for (const Stage& c : stages) {
+    SCOPED_TRACE(c.name);
+    sim::VirtualRuntime runtime;
+    ScopedRuntime installed(runtime);
+    sim::ModemScenario scenario;
+    scenario.silent = c.modem == kSilent;
+    if (c.modem == kNoCarrierAfterConnect) scenario.carrier = sim::CarrierMode::kNever;
+    sim::SimModem peer(scenario);  // outlives the sender, whose port closes on it
+    std::map<std::string, std::string> options;
+    if (const std::string option = c.centre_option; !option.empty()) {
+      options[option.substr(0, option.find('='))] = option.substr(option.find('=') + 1);
+    }
+    peer.SetCentre(sim::MakeCentre(c.centre, options));
+    runtime.set_peer(&peer);
+    const int64_t request_ms = runtime.now_ms() + c.request_ms;
+    runtime.At(request_ms, [] { NoteInterruptRequest(L"SIGTERM"); });
+    auto settings = std::make_shared<SmsSettings>();
+    settings->Protocol = c.protocol;
+    settings->Port = L"1";
+    settings->ConnectionTimeout = L"20";
+    settings->SmsCenterNumber = L"0612 345";
+    settings->OpType = L"01";
+    settings->TextLength = L"320";
+    std::unique_ptr<Error> error;
+    {
+      SmsSender sender;
+      sender.Settings = settings;
+      SmsMessage message;
+      message.Recipient = L"0612345678";
+      message.Message = L"hi";
+      try {
+        sender.SendSms(message);
+      } catch (const Error& e) {
+        error = std::make_unique<Error>(e);
+      }
+      EXPECT_FALSE(sender.Link().comm->PortOpen());
+    }
+    ForgetInterruptRequest();
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->number(), 18);
+    EXPECT_EQ(error->description(), L"Interrupted by SIGTERM before the send was confirmed");
+    EXPECT_GE(runtime.now_ms(), request_ms);
+    EXPECT_LT(runtime.now_ms(), request_ms + 2000);
+    std::vector<std::string> written;
+    for (const std::string& line : runtime.transcript()) {
+      if (line.rfind("> ", 0) == 0) written.push_back(line.substr(2));
+    }
+    ASSERT_GE(written.size(), c.hangs_up ? 2u : 1u);
+    if (c.hangs_up) {
+      EXPECT_EQ(written.back(), "ATH");
+      written.pop_back();
+    }
+    EXPECT_EQ(written.back().rfind(c.last_sent, 0), 0u) << testing::PrintToString(written);
+    EXPECT_EQ(runtime.transcript().back(), "-- close");
+  }
 }
 
 }  // namespace

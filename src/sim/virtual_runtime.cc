@@ -5,6 +5,7 @@
 
 #include "base/error.h"
 #include "base/text.h"
+#include "os/interrupt.h"
 
 namespace kw::sim {
 namespace {
@@ -18,9 +19,7 @@ VirtualRuntime::VirtualRuntime(int64_t start_ms) : now_ms_(start_ms) {}
 
 VirtualRuntime::~VirtualRuntime() = default;
 
-std::wstring VirtualRuntime::NowText() {
-  return L"T+" + std::to_wstring(now_ms_ / 1000);
-}
+std::wstring VirtualRuntime::NowText() { return L"T+" + std::to_wstring(now_ms_ / 1000); }
 
 void VirtualRuntime::At(int64_t at_ms, std::function<void()> action) {
   schedule_.emplace(std::max(at_ms, now_ms_), std::move(action));
@@ -56,6 +55,8 @@ void VirtualRuntime::AdvanceTo(int64_t at_ms) {
   for (int64_t next = NextDue(); next != kNoTimer && next <= at_ms; next = NextDue()) {
     now_ms_ = std::max(now_ms_, next);
     RunDue();
+    // As a signal cuts a real poll or sleep short: a request to stop ends the wait at once.
+    RaiseIfInterrupted();
   }
   now_ms_ = at_ms;
 }
@@ -80,6 +81,7 @@ void VirtualRuntime::DoEvents() {
 void VirtualRuntime::WaitForEvent() {
   ++waits_;
   RunDue();
+  RaiseIfInterrupted();
   if (AnythingPending()) return;
   int64_t until = (now_ms_ / 1000 + 1) * 1000;
   const int64_t next = NextDue();
@@ -87,7 +89,10 @@ void VirtualRuntime::WaitForEvent() {
   AdvanceTo(until);
 }
 
-void VirtualRuntime::Sleep(int milliseconds) { AdvanceTo(now_ms_ + milliseconds); }
+void VirtualRuntime::Sleep(int milliseconds) {
+  RaiseIfInterrupted();
+  AdvanceTo(now_ms_ + milliseconds);
+}
 
 std::unique_ptr<SerialComm> VirtualRuntime::NewSerialComm() {
   return std::make_unique<FakeComm>(*this);
@@ -175,7 +180,8 @@ void FakeComm::SendAt(int64_t at_ms, const std::string& bytes) {
   const int generation = generation_;
   std::weak_ptr<int> alive = alive_;
   runtime_.At(at_ms, [this, alive, generation, bytes] {
-    if (alive.expired() || !open_ || generation != generation_) return;  // the call is over; the bytes are lost
+    if (alive.expired() || !open_ || generation != generation_)
+      return;  // the call is over; the bytes are lost
     input_ += bytes;
     runtime_.transcript().push_back("< " + bytes);
   });

@@ -33,7 +33,8 @@ int MsLeft(Clock::time_point deadline) {
 /// test's own for null. Everything the child does between fork and exec is async-signal-safe,
 /// so it is prepared here first.
 pid_t Spawn(const std::string& path, const std::vector<std::string>& argv, const std::string& cwd,
-            int out_fd, int err_fd, const std::vector<std::string>* environment = nullptr) {
+            int out_fd, int err_fd, const std::function<void()>& in_child = nullptr,
+            const std::vector<std::string>* environment = nullptr) {
   std::vector<char*> args;
   for (const std::string& arg : argv) args.push_back(const_cast<char*>(arg.c_str()));
   args.push_back(nullptr);
@@ -53,6 +54,7 @@ pid_t Spawn(const std::string& path, const std::vector<std::string>& argv, const
     if (out_fd >= 0) dup2(out_fd, 1);
     if (err_fd >= 0) dup2(err_fd, 2);
     if (!cwd.empty() && chdir(cwd.c_str()) != 0) _exit(127);
+    if (in_child) in_child();
     execve(path.c_str(), args.data(), environment ? env.data() : environ);
     _exit(127);
   }
@@ -156,8 +158,8 @@ int SimProcess::Wait(int timeout_ms) {
 }
 
 RunResult RunKestrawind(const std::string& folder, const std::vector<std::string>& args,
-                        int timeout_s, const std::vector<std::string>* environment) {
-  const std::string binary = folder + "/kestrawind";
+                        int timeout_s, const RunOptions& options) {
+  const std::string binary = options.program.empty() ? folder + "/kestrawind" : options.program;
   std::vector<std::string> argv = {binary};
   argv.insert(argv.end(), args.begin(), args.end());
   int out_pipe[2];
@@ -168,9 +170,11 @@ RunResult RunKestrawind(const std::string& folder, const std::vector<std::string
     close(out_pipe[1]);
     throw std::runtime_error("pipe2 failed");
   }
-  const pid_t pid = Spawn(binary, argv, folder, out_pipe[1], err_pipe[1], environment);
+  const pid_t pid =
+      Spawn(binary, argv, folder, out_pipe[1], err_pipe[1], options.in_child, options.environment);
   close(out_pipe[1]);
   close(err_pipe[1]);
+  if (options.started) options.started(pid);
 
   RunResult result;
   const Clock::time_point deadline = Clock::now() + std::chrono::seconds(timeout_s);

@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -64,11 +65,24 @@ class SimProcess {
   std::string transcript_path_;
 };
 
+/// What a test may add to a run of the program.
+struct RunOptions {
+  /// Runs in the child between fork and exec (after the standard descriptors are set up): only
+  /// async-signal-safe calls, such as close(1) or setuid().
+  std::function<void()> in_child;
+  /// Runs in the test as soon as the program has started, with its process id.
+  std::function<void(pid_t)> started;
+  /// The program to run in place of <folder>/kestrawind, with the arguments as its argv[1...].
+  std::string program;
+  /// The environment ("NAME=value" entries; none at all is what env -i gives), or the test's own
+  /// for null.
+  const std::vector<std::string>* environment = nullptr;
+};
+
 /// Runs <folder>/kestrawind with the arguments (no shell), stdin from /dev/null, in the folder;
-/// collects stdout and stderr whole; kills it after timeout_s. It gets the environment given
-/// ("NAME=value" entries; none at all is what env -i gives), or the test's own for null.
+/// collects stdout and stderr whole; kills it after timeout_s.
 RunResult RunKestrawind(const std::string& folder, const std::vector<std::string>& args,
-                        int timeout_s, const std::vector<std::string>* environment = nullptr);
+                        int timeout_s, const RunOptions& options = {});
 
 /// The bytes of a kestrawind.ini that sends through the simulator's pty on port 1. The extra
 /// lines go at the end as they are (they may open sections of their own).

@@ -66,8 +66,8 @@ TEST(TextE2E, LocalesAndIniEncodingsGiveTheRightBytes) {
   std::vector<std::thread> runs;
   for (size_t i = 0; i < std::size(cases); ++i) {
     runs.emplace_back([&, i] {
-      results[i] =
-          RunKestrawind(folders[i]->path(), {"0612", cases[i].message}, 60, &environments[i]);
+      results[i] = RunKestrawind(folders[i]->path(), {"0612", cases[i].message}, 60,
+                                 RunOptions{{}, {}, {}, &environments[i]});
     });
   }
   for (std::thread& run : runs) run.join();
