@@ -150,8 +150,8 @@ int SimProcess::Wait(int timeout_ms) {
 }
 
 RunResult RunKestrawind(const std::string& folder, const std::vector<std::string>& args,
-                        int timeout_s) {
-  const std::string binary = folder + "/kestrawind";
+                        int timeout_s, const std::string& program) {
+  const std::string binary = folder + "/" + program;
   std::vector<std::string> argv = {binary};
   argv.insert(argv.end(), args.begin(), args.end());
   int out_pipe[2];

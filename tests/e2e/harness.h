@@ -64,10 +64,10 @@ class SimProcess {
   std::string transcript_path_;
 };
 
-/// Runs <folder>/kestrawind with the arguments (no shell), stdin from /dev/null, in the folder;
+/// Runs <folder>/<program> with the arguments (no shell), stdin from /dev/null, in the folder;
 /// collects stdout and stderr whole; kills it after timeout_s.
 RunResult RunKestrawind(const std::string& folder, const std::vector<std::string>& args,
-                        int timeout_s);
+                        int timeout_s, const std::string& program = "kestrawind");
 
 /// The bytes of a kestrawind.ini that sends through the simulator's pty on port 1. The extra
 /// lines go at the end as they are (they may open sections of their own).
