@@ -58,6 +58,8 @@ string(REGEX REPLACE "\n$" "" KW_ERROR_ENTRIES "${KW_ERROR_ENTRIES}")
 get_filename_component(wrapper_dir "${WRAPPER_OUT}" DIRECTORY)
 get_filename_component(wrapper_name "${WRAPPER_OUT}" NAME)
 configure_file("${WRAPPER_IN}" "${wrapper_dir}/generated/${wrapper_name}" @ONLY)
+# file(COPY) skips a file whose copy bears the same time stamp, to the second.
+file(REMOVE "${WRAPPER_OUT}")
 file(COPY "${wrapper_dir}/generated/${wrapper_name}" DESTINATION "${wrapper_dir}"
      FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ
                       WORLD_EXECUTE)
