@@ -22,6 +22,7 @@ struct ErrorRow {
   int status = -1;
 };
 
+/// The rows of doc/errors.tsv, comments left out.
 std::vector<ErrorRow> ReadErrorTable() {
   std::vector<ErrorRow> rows;
   std::istringstream lines(ReadWholeFile(KW_ERRORS_TABLE));
