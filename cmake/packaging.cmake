@@ -81,7 +81,11 @@ install(FILES ${CMAKE_SOURCE_DIR}/README.md DESTINATION ${CMAKE_INSTALL_DATAROOT
 install(FILES ${CMAKE_SOURCE_DIR}/doc/kestrawind.ini.sample
         DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/kestrawind/examples
         RENAME kestrawind.ini)
-# The symlinks and the configuration file depend on the prefix given at install time.
+# The symlinks and the configuration file depend on the prefix given at install time. The
+# layout is that of a POSIX system; a Windows build installs the files above only.
+if(WIN32)
+  return()
+endif()
 install(CODE "set(KW_SAMPLE_INI \"${CMAKE_SOURCE_DIR}/doc/kestrawind.ini.sample\")
 set(KW_PROGRAM_DIR \"${KW_PROGRAM_DIR}\")
 set(KW_BIN_DIR \"${CMAKE_INSTALL_BINDIR}\")")
