@@ -5,10 +5,6 @@
 namespace kw {
 namespace {
 
-/// The number of an interruption: outside the program's own range, so that it takes the second
-/// error form, beside the other failures that the program doesn't raise by name.
-constexpr int32_t kInterruptedNumber = 18;
-
 // The one piece of state that a signal handler (or a console handler's thread) shares with the
 // run: the cause of the first request to stop, null while none has come. A lock-free atomic is
 // all that such a handler may touch.
@@ -31,8 +27,9 @@ void RaiseIfInterrupted() {
 Error InterruptionError(const std::wstring& cause) {
   // Before the confirmation a message may or may not have reached the centre; after it the
   // run reports success and is no longer interrupted by anything.
-  return Error(kInterruptedNumber, kProgramSource,
-               L"Interrupted by " + cause + L" before the send was confirmed");
+  // 18 lies outside the program's own range, so the interruption takes the second error form,
+  // beside the other failures that the program doesn't raise by name.
+  return Error(18, kProgramSource, L"Interrupted by " + cause + L" before the send was confirmed");
 }
 
 }  // namespace kw

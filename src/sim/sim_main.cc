@@ -15,8 +15,52 @@
 #include "sim/centre_factory.h"
 #include "sim/pty_driver.h"
 #include "sim/sim_modem.h"
+#include "sim/ucp_centre.h"
 
 namespace {
+
+/// What --help prints.
+constexpr char kHelp[] =
+    "Usage: kestrawind-sim [OPTION]...\n"
+    "Plays a modem, and an SMS centre behind it, on a pseudo-terminal in real time. Prints\n"
+    "\"READY <pty>\" once it serves; point [Ports] of kestrawind.ini at that path.\n"
+    "\n"
+    "  --transcript FILE     write every byte each way, opens, closes and notes to FILE\n"
+    "  --link PATH           also make PATH a symlink to the pty\n"
+    "  --dial-result TEXT    the modem's answer to a dial (default CONNECT 9600)\n"
+    "  --silent              the modem answers no dial\n"
+    "  --result-delay MS     from the dial to the answer (default 300)\n"
+    "  --split N[:MS]        the answer in N chunks, MS apart (default gap 50)\n"
+    "  --ring                a RING line before the answer\n"
+    "  --lfcr                result lines end in LF CR instead of CR LF\n"
+    "  --echo                echo command bytes, as a modem in echo mode does\n"
+    "  --carrier on|never|late:MS\n"
+    "                        when the modem raises carrier detect after CONNECT. A pty has no\n"
+    "                        carrier line: here it only shows in the transcript and the program\n"
+    "                        always sees the carrier up. Its effect on the program is tested\n"
+    "                        in-process under the virtual clock.\n"
+    "  --centre none|tap|ucp the centre behind the modem (default none)\n"
+    "  --opt KEY=VALUE       a setting of the centre (repeatable), see below\n"
+    "  --runs N              end after the program closed the port N times; 0 never (default 1)\n"
+    "  --max-seconds S       end after S seconds whatever happens (default 120)\n"
+    "  --help                show this text\n"
+    "\n"
+    "TAP centre (--opt):\n"
+    "  prompt_after=0    probes left unanswered before the prompt; -1 never answers\n"
+    "  prompt=ID=        the prompt text\n"
+    "  password=TEXT     the password a login must carry (default: any)\n"
+    "  login_naks=0      login requests answered by NAK first\n"
+    "  login=ack         the answer to a login (ack, nak, rs, esceot joined by +, or silent)\n"
+    "  go_ahead=with     the go-ahead [p: with the ACK, later, or never\n"
+    "  go_ahead_gap=200  ms from the ACK to a later go-ahead\n"
+    "  block_naks=0      blocks answered by NAK first\n"
+    "  block=ack         the answer to a block (as login; rs rejects the message)\n"
+    "  nak_bad_blocks=1  a block with a bad layout or checksum gets NAK\n"
+    "  prompt_delay=50  login_delay=50  block_delay=50   ms to each answer\n"
+    "  split=1  split_gap=100   each answer in this many chunks, this far apart\n"
+    "  drop=never        drop the line after probe:N, login:N or block:N\n"
+    "\n"
+    "UCP centre (--opt):\n";
 
 /// Everything the command line sets.
 struct SimOptions {
@@ -26,6 +70,7 @@ struct SimOptions {
   std::map<std::string, std::string> centre_options;
   int runs = 1;
   int64_t max_seconds = 120;
+  bool help = false;
 };
 
 /// A whole non-negative decimal number, or std::invalid_argument naming the option.
@@ -47,7 +92,9 @@ SimOptions ParseOptions(const std::vector<std::string>& args) {
       if (i + 1 >= args.size()) throw std::invalid_argument(option + " wants a value");
       return args[++i];
     };
-    if (option == "--link") {
+    if (option == "--help") {
+      options.help = true;
+    } else if (option == "--link") {
       options.pty.link_path = value();
     } else if (option == "--transcript") {
       options.pty.transcript_path = value();
@@ -122,9 +169,13 @@ int main(int argc, char** argv) {
   std::unique_ptr<kw::sim::Peer> centre;
   try {
     options = ParseOptions(std::vector<std::string>(argv + 1, argv + argc));
+    if (options.help) {
+      std::printf("%s%s", kHelp, kw::sim::UcpCentre::OptionHelp());
+      return 0;
+    }
     centre = kw::sim::MakeCentre(options.centre, options.centre_options);
   } catch (const std::exception& failure) {
-    std::fprintf(stderr, "kestrawind-sim: %s\n", failure.what());
+    std::fprintf(stderr, "kestrawind-sim: %s (--help shows the options)\n", failure.what());
     return 2;
   }
   try {
