@@ -9,12 +9,16 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
 #include <thread>
+
+#include "base/text.h"
+#include "os/raw_command_line.h"
 
 namespace kw::e2e {
 namespace {
@@ -28,14 +32,34 @@ int MsLeft(Clock::time_point deadline) {
   return left < 0 ? 0 : static_cast<int>(left);
 }
 
+/// The test's own environment with the entries of env ("NAME=value") put in or over it.
+std::vector<std::string> Environment(const std::vector<std::string>& env) {
+  std::vector<std::string> entries;
+  for (char** entry = environ; *entry; ++entry) {
+    const std::string text = *entry;
+    const std::string name = text.substr(0, text.find('=') + 1);
+    const bool replaced = std::any_of(env.begin(), env.end(), [&](const std::string& e) {
+      return e.compare(0, name.size(), name) == 0;
+    });
+    if (!replaced) entries.push_back(text);
+  }
+  entries.insert(entries.end(), env.begin(), env.end());
+  return entries;
+}
+
 /// Starts path with argv (argv[0] included) in cwd, stdin from /dev/null; stdout and stderr go
-/// to the descriptors given, or stay the test's own for -1. Everything the child does between
-/// fork and exec is async-signal-safe, so it is prepared here first.
+/// to the descriptors given, or stay the test's own for -1; env goes in or over the test's
+/// environment. Everything the child does between fork and exec is async-signal-safe, so it is
+/// prepared here first.
 pid_t Spawn(const std::string& path, const std::vector<std::string>& argv, const std::string& cwd,
-            int out_fd, int err_fd) {
+            int out_fd, int err_fd, const std::vector<std::string>& env = {}) {
   std::vector<char*> args;
   for (const std::string& arg : argv) args.push_back(const_cast<char*>(arg.c_str()));
   args.push_back(nullptr);
+  const std::vector<std::string> environment = Environment(env);
+  std::vector<char*> envp;
+  for (const std::string& entry : environment) envp.push_back(const_cast<char*>(entry.c_str()));
+  envp.push_back(nullptr);
   const int null_fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
   if (null_fd < 0) throw std::runtime_error("can't open /dev/null");
   sigset_t none;
@@ -47,12 +71,30 @@ pid_t Spawn(const std::string& path, const std::vector<std::string>& argv, const
     if (out_fd >= 0) dup2(out_fd, 1);
     if (err_fd >= 0) dup2(err_fd, 2);
     if (!cwd.empty() && chdir(cwd.c_str()) != 0) _exit(127);
-    execv(path.c_str(), args.data());
+    execve(path.c_str(), args.data(), envp.data());
     _exit(127);
   }
   close(null_fd);
   if (pid < 0) throw std::runtime_error("fork failed");
   return pid;
+}
+
+/// An environment variable, or "" when it is not set.
+std::string Env(const char* name) {
+  const char* value = std::getenv(name);
+  return value ? value : "";
+}
+
+/// Writes the text as UTF-16LE, the form that the launcher reads.
+void WriteUtf16(const std::string& path, const std::wstring& text) {
+  std::string bytes;
+  for (wchar_t c : text) {
+    bytes.push_back(static_cast<char>(c & 0xFF));
+    bytes.push_back(static_cast<char>((c >> 8) & 0xFF));
+  }
+  std::ofstream file(path, std::ios::binary | std::ios::trunc);
+  file << bytes;
+  if (!file.flush()) throw std::runtime_error("can't write " + path);
 }
 
 /// Reaps the child, waiting at most timeout_ms; the raw wait status, or -1 if it still runs.
@@ -91,8 +133,19 @@ TempFolder::~TempFolder() {
 std::string TempFolder::File(const std::string& name) const { return path_ + "/" + name; }
 
 void TempFolder::CopyKestrawind() const {
-  std::filesystem::copy_file(KW_BINARY, File("kestrawind"),
+  const bool wine = UnderWine();
+  std::filesystem::copy_file(wine ? Env("KW_WINE_PROGRAM") : KW_BINARY,
+                             File(wine ? "kestrawind.exe" : "kestrawind"),
                              std::filesystem::copy_options::overwrite_existing);
+}
+
+bool UnderWine() { return !Env("KW_WINE_PROGRAM").empty() && !Env("KW_WINE_LAUNCHER").empty(); }
+
+std::string PortPathForProgram(const std::string& path) {
+  if (!UnderWine()) return path;
+  std::string windows = "Z:" + path;
+  std::replace(windows.begin(), windows.end(), '/', '\\');
+  return windows;
 }
 
 void TempFolder::WriteIni(const std::string& bytes) const {
@@ -150,10 +203,22 @@ int SimProcess::Wait(int timeout_ms) {
 }
 
 RunResult RunKestrawind(const std::string& folder, const std::vector<std::string>& args,
-                        int timeout_s) {
-  const std::string binary = folder + "/kestrawind";
+                        int timeout_s, const std::vector<std::string>& env) {
+  std::string binary = folder + "/kestrawind";
   std::vector<std::string> argv = {binary};
   argv.insert(argv.end(), args.begin(), args.end());
+  if (UnderWine()) {
+    // The line that the native program rebuilds from its arguments, behind the program's quoted
+    // name, goes to the Windows program as it is.
+    std::wstring line = L"\"" + FromLocale(PortPathForProgram(folder + "/kestrawind.exe")) + L"\"";
+    std::vector<std::wstring> wide;
+    for (const std::string& arg : args) wide.push_back(FromLocale(arg));
+    if (!wide.empty()) line += L" " + BuildRawCommandLine(wide);
+    const std::string line_file = folder + "/launch-line.txt";
+    WriteUtf16(line_file, line);
+    binary = Env("KW_WINE").empty() ? "/usr/bin/wine" : Env("KW_WINE");
+    argv = {binary, Env("KW_WINE_LAUNCHER"), PortPathForProgram(line_file)};
+  }
   int out_pipe[2];
   int err_pipe[2];
   if (pipe2(out_pipe, O_CLOEXEC) != 0) throw std::runtime_error("pipe2 failed");
@@ -162,7 +227,7 @@ RunResult RunKestrawind(const std::string& folder, const std::vector<std::string
     close(out_pipe[1]);
     throw std::runtime_error("pipe2 failed");
   }
-  const pid_t pid = Spawn(binary, argv, folder, out_pipe[1], err_pipe[1]);
+  const pid_t pid = Spawn(binary, argv, folder, out_pipe[1], err_pipe[1], env);
   close(out_pipe[1]);
   close(err_pipe[1]);
 
@@ -214,7 +279,7 @@ std::string IniForSim(const std::string& protocol, const std::string& pty_path,
       << "Port=1\r\n"
       << "ConnectionTimeout=" << connection_timeout_s << "\r\n"
       << "[Ports]\r\n"
-      << "1=" << pty_path << "\r\n"
+      << "1=" << PortPathForProgram(pty_path) << "\r\n"
       << extra_lines;
   return ini.str();
 }

@@ -30,7 +30,8 @@ class TempFolder {
   const std::string& path() const { return path_; }
   /// The path of a file in the folder.
   std::string File(const std::string& name) const;
-  /// Copies the built program into the folder as "kestrawind" (it reads its ini beside itself).
+  /// Copies the built program into the folder as "kestrawind" (it reads its ini beside itself),
+  /// or the Windows program as "kestrawind.exe" under Wine.
   void CopyKestrawind() const;
   /// Writes kestrawind.ini with exactly these bytes.
   void WriteIni(const std::string& bytes) const;
@@ -65,9 +66,20 @@ class SimProcess {
 };
 
 /// Runs <folder>/kestrawind with the arguments (no shell), stdin from /dev/null, in the folder;
-/// collects stdout and stderr whole; kills it after timeout_s.
+/// collects stdout and stderr whole; kills it after timeout_s. The environment is the test's,
+/// with the entries of env ("NAME=value") put in or over it.
 RunResult RunKestrawind(const std::string& folder, const std::vector<std::string>& args,
-                        int timeout_s);
+                        int timeout_s, const std::vector<std::string>& env = {});
+
+/// Whether the runs go to the Windows program under Wine rather than to the native one: when
+/// KW_WINE_PROGRAM names a cross-built kestrawind.exe and KW_WINE_LAUNCHER kw-launch.exe (KW_WINE
+/// may name wine itself). The program then gets the raw line that the native one would rebuild
+/// from its arguments, exactly, through the launcher.
+bool UnderWine();
+
+/// How the program's ini names a device path: as it is, or under Wine as the same file on drive
+/// Z:, with backslashes.
+std::string PortPathForProgram(const std::string& path);
 
 /// The bytes of a kestrawind.ini that sends through the simulator's pty on port 1. The extra
 /// lines go at the end as they are (they may open sections of their own).

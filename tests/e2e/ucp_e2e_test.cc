@@ -32,7 +32,7 @@ std::string UcpIni(const std::string& pty_path, const std::string& op,
          "ConnectionTimeout=20\r\n"
          "[Ports]\r\n"
          "1=" +
-         pty_path +
+         PortPathForProgram(pty_path) +
          "\r\n"
          "[User]\r\n"
          "SenderNumber=678\r\n";
