@@ -141,6 +141,25 @@ void TempFolder::CopyKestrawind() const {
 
 bool UnderWine() { return !Env("KW_WINE_PROGRAM").empty() && !Env("KW_WINE_LAUNCHER").empty(); }
 
+std::string ConsoleBytes(const std::string& cp1252) {
+  if (UnderWine()) return cp1252;
+  std::string utf8;
+  for (const wchar_t c : FromLine(cp1252)) {
+    const auto code = static_cast<uint32_t>(c);  // all of Windows-1252 lies below U+10000
+    if (code < 0x80) {
+      utf8.push_back(static_cast<char>(code));
+    } else if (code < 0x800) {
+      utf8.push_back(static_cast<char>(0xC0 | code >> 6));
+      utf8.push_back(static_cast<char>(0x80 | (code & 0x3F)));
+    } else {
+      utf8.push_back(static_cast<char>(0xE0 | code >> 12));
+      utf8.push_back(static_cast<char>(0x80 | (code >> 6 & 0x3F)));
+      utf8.push_back(static_cast<char>(0x80 | (code & 0x3F)));
+    }
+  }
+  return utf8;
+}
+
 std::string PortPathForProgram(const std::string& path) {
   if (!UnderWine()) return path;
   std::string windows = "Z:" + path;

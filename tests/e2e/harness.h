@@ -77,6 +77,14 @@ RunResult RunKestrawind(const std::string& folder, const std::vector<std::string
 /// from its arguments, exactly, through the launcher.
 bool UnderWine();
 
+/// The environment entry that gives the native program a UTF-8 locale, so that its console text
+/// is known; the Windows program writes the ANSI code page, Windows-1252 under Wine.
+constexpr char kUtf8Locale[] = "LC_ALL=C.UTF-8";
+
+/// The bytes that the program writes on its console for a text given as Windows-1252 bytes: the
+/// same bytes under Wine, their UTF-8 form natively (run under kUtf8Locale).
+std::string ConsoleBytes(const std::string& cp1252);
+
 /// How the program's ini names a device path: as it is, or under Wine as the same file on drive
 /// Z:, with backslashes.
 std::string PortPathForProgram(const std::string& path);
