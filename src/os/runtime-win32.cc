@@ -67,10 +67,14 @@ class Win32Runtime final : public Runtime {
       const int limit = source->WaitLimitMs();
       if (limit > 0 && (limit_ms < 0 || limit < limit_ms)) limit_ms = limit;
     }
-    const int64_t now = TickMs();
+    int64_t now = TickMs();
     int64_t deadline = (now / kMsPerSecond + 1) * kMsPerSecond;
     if (limit_ms > 0) deadline = std::min(deadline, now + limit_ms);
-    ::Sleep(static_cast<DWORD>(std::max<int64_t>(1, deadline - now)));
+    // Sleep may end a little before the tick clock shows its time (their steps differ): sleep
+    // again for the rest, so that the clock has surely moved on when the wait returns.
+    for (; now < deadline; now = TickMs()) {
+      ::Sleep(static_cast<DWORD>(std::max<int64_t>(1, deadline - now)));
+    }
   }
 
   void Sleep(int milliseconds) override {
