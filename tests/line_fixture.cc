@@ -1,5 +1,7 @@
 #include "line_fixture.h"
 
+#include <algorithm>
+
 #include "frontend/logging.h"
 
 namespace kw::test {
@@ -36,17 +38,26 @@ std::vector<std::string> LineFixture::SendWithDebug(std::unique_ptr<Error>* erro
   DebugMode = true;
   testing::internal::CaptureStdout();
   *error = Send();
-  const std::string out = testing::internal::GetCapturedStdout();
+  const std::string out = CapturedStdoutLf();
   DebugMode = false;
   std::vector<std::string> texts;
   for (size_t at = 0; at < out.size();) {
-    size_t end = out.find("\r\n", at);
-    if (end == std::string::npos) end = out.size();
+    const size_t end = std::min(out.find('\n', at), out.size());
     const std::string line = out.substr(at, end - at);
     texts.push_back(line.substr(line.find('\t') + 1));
-    at = end + 2;
+    at = end + 1;
   }
   return texts;
+}
+
+std::string CapturedStdoutLf() {
+  const std::string out = testing::internal::GetCapturedStdout();
+  std::string lf;
+  lf.reserve(out.size());
+  for (size_t i = 0; i < out.size(); ++i) {
+    if (!(out[i] == '\r' && i + 1 < out.size() && out[i + 1] == '\n')) lf.push_back(out[i]);
+  }
+  return lf;
 }
 
 std::vector<std::string> LineFixture::Lines(const std::string& prefix) const {

@@ -49,6 +49,11 @@ class LineFixture : public testing::Test {
 /// connected, as a protocol sender finds it after a dial.
 void UseConnectedLink(modem& link, bool open = true);
 
+/// Ends a capture of standard output and gives it with CR LF read as LF, alike on every platform:
+/// the capture reads back in text mode on Windows, which drops the CR. (The line ends themselves
+/// are checked byte for byte end to end.)
+std::string CapturedStdoutLf();
+
 /// Whether the needles stand in the haystack in this order (other lines may stand between).
 bool InOrder(const std::vector<std::string>& haystack, const std::vector<std::string>& needles);
 

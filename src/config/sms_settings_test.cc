@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <fstream>
 #include <iterator>
@@ -9,17 +10,16 @@
 #include "base/error.h"
 #include "base/text.h"
 #include "frontend/logging.h"
+#include "line_fixture.h"
 #include "sim/virtual_runtime.h"
+#include "temp_dir.h"
 
 namespace kw {
 namespace {
 
 class SmsSettingsTest : public testing::Test {
  protected:
-  void SetUp() override {
-    char pattern[] = "/tmp/kw-settings-XXXXXX";
-    folder_ = mkdtemp(pattern);
-  }
+  void SetUp() override { folder_ = MakeTempFolder("kw-settings-").string(); }
   void TearDown() override {
     std::remove(Path("a.ini").c_str());
     std::remove(Path("b.ini").c_str());
@@ -41,14 +41,14 @@ class SmsSettingsTest : public testing::Test {
     DebugMode = true;
     testing::internal::CaptureStdout();
     settings.ShowSettings();
-    const std::string out = testing::internal::GetCapturedStdout();
+    const std::string out = test::CapturedStdoutLf();
     std::vector<std::string> lines;
     for (size_t at = 0; at < out.size();) {
-      const size_t end = out.find("\r\n", at);
+      const size_t end = std::min(out.find('\n', at), out.size());
       const std::string line = out.substr(at, end - at);
       EXPECT_EQ(line.rfind("T+1000\t", 0), 0u) << line;
       lines.push_back(line.substr(line.find('\t') + 1));
-      at = end + 2;
+      at = end + 1;
     }
     return lines;
   }
@@ -98,18 +98,18 @@ TEST_F(SmsSettingsTest, ListingFollowsItsOwnOrder) {
   s.ConnectionTimeout = L"20";
   s.DialPrefix = L"0,";
   s.SenderNumber = L"31";
-  EXPECT_EQ(Listing(s),
-            (std::vector<std::string>{
-                "", "Using the following configuration settings:", "Provider Id : p",
-                "Protocol : UCP", "SmsCenterNumber : 06", "OpType : 01", "Authentication : pw",
-                "Legitimization : lg", "CommSettings : 9600,n,8,1", "BaudRate : 9600",
-                "TextLength : 320", "Port : 1", "SenderNumber : 31", "ConnectionTimeout : 20",
-                "DialPrefix : 0,", ""}));
+  EXPECT_EQ(
+      Listing(s),
+      (std::vector<std::string>{
+          "", "Using the following configuration settings:", "Provider Id : p", "Protocol : UCP",
+          "SmsCenterNumber : 06", "OpType : 01", "Authentication : pw", "Legitimization : lg",
+          "CommSettings : 9600,n,8,1", "BaudRate : 9600", "TextLength : 320", "Port : 1",
+          "SenderNumber : 31", "ConnectionTimeout : 20", "DialPrefix : 0,", ""}));
 }
 
 TEST_F(SmsSettingsTest, ValidateAcceptsExactlyTapAndUcp) {
-  const std::pair<const wchar_t*, int> cases[] = {
-      {L"TAP", 0}, {L"UCP", 0}, {L"", 540}, {L"tap", 541}, {L" TAP", 541}, {L"SMPP", 541}};
+  const std::pair<const wchar_t*, int> cases[] = {{L"TAP", 0},   {L"UCP", 0},    {L"", 540},
+                                                  {L"tap", 541}, {L" TAP", 541}, {L"SMPP", 541}};
   for (const auto& [protocol, n] : cases) {
     SmsSettings settings;
     settings.Protocol = protocol;
@@ -118,9 +118,9 @@ TEST_F(SmsSettingsTest, ValidateAcceptsExactlyTapAndUcp) {
       EXPECT_EQ(n, 0) << std::wstring(protocol);
     } catch (const Error& e) {
       EXPECT_EQ(e.number(), ErrorBase + n);
-      EXPECT_EQ(e.description(), n == 540 ? std::wstring(L"No protocol specified")
-                                          : L"Unknown protocol specified : " +
-                                                std::wstring(protocol));
+      EXPECT_EQ(e.description(), n == 540
+                                     ? std::wstring(L"No protocol specified")
+                                     : L"Unknown protocol specified : " + std::wstring(protocol));
     }
   }
 }

@@ -1,5 +1,7 @@
 #include "os/raw_command_line.h"
 
+#include <algorithm>
+
 namespace kw {
 namespace {
 
@@ -34,6 +36,19 @@ std::wstring BuildRawCommandLine(const std::vector<std::wstring>& args) {
     line += NeedsQuotes(args[i]) ? Quoted(args[i]) : args[i];
   }
   return line;
+}
+
+std::wstring TextBehindProgramName(const std::wstring& command_line) {
+  size_t at = 0;
+  if (!command_line.empty() && command_line[0] == L'"') {
+    const size_t close = command_line.find(L'"', 1);
+    // A name whose quote never closes takes the whole line.
+    at = close == std::wstring::npos ? command_line.size() : close + 1;
+  } else {
+    at = std::min(command_line.find_first_of(L" \t"), command_line.size());
+  }
+  at = std::min(command_line.find_first_not_of(L" \t", at), command_line.size());
+  return command_line.substr(at);
 }
 
 }  // namespace kw

@@ -11,6 +11,11 @@ namespace kw {
 /// strips from both ends of each argument anyway.
 std::wstring BuildRawCommandLine(const std::vector<std::wstring>& args);
 
+/// The text behind the program's own name in a whole command line, with the name cut off the way
+/// Windows itself reads it: up to the closing quote when it starts with one (no escapes), else up
+/// to the first blank or tab; the blanks and tabs behind it go too.
+std::wstring TextBehindProgramName(const std::wstring& command_line);
+
 }  // namespace kw
 
 #endif  // KW_OS_RAW_COMMAND_LINE_H_

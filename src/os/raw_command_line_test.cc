@@ -74,5 +74,23 @@ TEST(BuildRawCommandLine, RoundTripsRandomArguments) {
   }
 }
 
+TEST(TextBehindProgramName, CutsTheNameAsWindowsReadsIt) {
+  const std::pair<std::wstring, std::wstring> cases[] = {
+      {L"", L""},
+      {L"kw.exe", L""},
+      {L"kw.exe   ", L""},
+      {L"kw.exe 0612 hi", L"0612 hi"},
+      {L"kw.exe\t \"a b\" c ", L"\"a b\" c "},
+      {L"\"C:\\Program Files\\kw.exe\" 0612", L"0612"},
+      {L"\"C:\\a b\\kw.exe\"0612 x", L"0612 x"},  // the closing quote ends the name
+      {L"\"C:\\a\\\" x", L"x"},                   // no escapes inside the name
+      {L"\"kw.exe", L""},
+      {L"C:\\a\"b c\\kw.exe rest", L"c\\kw.exe rest"},  // an unquoted name ends at a blank
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(TextBehindProgramName(c.first), c.second) << ::testing::PrintToString(c.first);
+  }
+}
+
 }  // namespace
 }  // namespace kw

@@ -1,3 +1,5 @@
+#include "os/runtime-posix.h"
+
 #include <poll.h>
 #include <time.h>
 
@@ -12,7 +14,6 @@
 #include "base/text.h"
 #include "os/interrupt.h"
 #include "os/serial_comm-posix.h"
-#include "os/system_runtime.h"
 
 namespace kw {
 namespace {
@@ -28,7 +29,7 @@ int64_t MonotonicNs() {
 }
 
 // The operating system's runtime: the monotonic clock, poll(2) over the sources' descriptors.
-class PosixRuntime final : public Runtime {
+class PosixRuntime final : public PollingRuntime {
  public:
   explicit PosixRuntime(PortDeviceResolver device_for_port)
       : device_for_port_(std::move(device_for_port)) {}
@@ -58,9 +59,11 @@ class PosixRuntime final : public Runtime {
     RaiseIfInterrupted();
     std::vector<pollfd> fds;
     int limit_ms = -1;
-    for (const EventSource* source : sources_) {
+    for (const PollSource* source : polled_) {
       const int fd = source->WaitDescriptor();
       if (fd >= 0) fds.push_back(pollfd{fd, source->WaitEvents(), 0});
+    }
+    for (const EventSource* source : sources_) {
       const int limit = source->WaitLimitMs();
       if (limit > 0 && (limit_ms < 0 || limit < limit_ms)) limit_ms = limit;
     }
@@ -102,6 +105,18 @@ class PosixRuntime final : public Runtime {
     sources_.erase(std::remove(sources_.begin(), sources_.end(), source), sources_.end());
   }
 
+  void AddPollSource(PollSource* source) override {
+    AddSource(source);
+    if (std::find(polled_.begin(), polled_.end(), source) == polled_.end()) {
+      polled_.push_back(source);
+    }
+  }
+
+  void RemovePollSource(PollSource* source) override {
+    RemoveSource(source);
+    polled_.erase(std::remove(polled_.begin(), polled_.end(), source), polled_.end());
+  }
+
  private:
   // The configured device for a port, else the platform's: port n is /dev/ttyS<n-1>.
   std::string DevicePath(int16_t port) const {
@@ -112,12 +127,17 @@ class PosixRuntime final : public Runtime {
 
   PortDeviceResolver device_for_port_;
   std::vector<EventSource*> sources_;
+  std::vector<PollSource*> polled_;  ///< the sources that also have a descriptor to wait on
 };
 
 }  // namespace
 
-std::unique_ptr<Runtime> NewSystemRuntime(PortDeviceResolver device_for_port) {
+std::unique_ptr<PollingRuntime> NewPollingRuntime(PortDeviceResolver device_for_port) {
   return std::make_unique<PosixRuntime>(std::move(device_for_port));
+}
+
+std::unique_ptr<Runtime> NewSystemRuntime(PortDeviceResolver device_for_port) {
+  return NewPollingRuntime(std::move(device_for_port));
 }
 
 }  // namespace kw

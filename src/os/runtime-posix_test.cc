@@ -1,3 +1,5 @@
+#include "os/runtime-posix.h"
+
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <unistd.h>
@@ -5,8 +7,6 @@
 #include <chrono>
 #include <functional>
 #include <vector>
-
-#include "os/system_runtime.h"
 
 namespace kw {
 namespace {
@@ -18,7 +18,7 @@ int64_t NowMs() {
 }
 
 /// A source that counts its deliveries and runs a scripted action in them.
-struct ScriptedSource : EventSource {
+struct ScriptedSource : PollSource {
   ScriptedSource(int descriptor = -1, int limit = -1) : fd(descriptor), limit_ms(limit) {}
   void DeliverPending() override { ++deliveries, on_deliver(); }
   int WaitDescriptor() const override { return fd; }
@@ -29,7 +29,7 @@ struct ScriptedSource : EventSource {
 };
 
 TEST(PosixRuntime, DoEventsDeliversOnceToTheSourcesRegisteredAtItsStart) {
-  auto runtime = NewSystemRuntime(nullptr);
+  auto runtime = NewPollingRuntime(nullptr);
   ScriptedSource remover, removed, adder, added;
   remover.on_deliver = [&] { runtime->RemoveSource(&removed); };
   adder.on_deliver = [&] { runtime->AddSource(&added); };
@@ -53,9 +53,9 @@ TEST(PosixRuntime, WaitForEventEndsAtAReadyDescriptorTheSmallestLimitOrTheNextSe
     // A ready pipe; limits of 0, 400 and 40 ms; a pipe's write end, which never has input.
   } cases[] = {{{{fds[0]}}, 0}, {{{-1, 0}, {-1, 400}, {-1, 40}}, 40}, {{{fds[1], 0}}, -1}};
   for (const auto& c : cases) {
-    auto runtime = NewSystemRuntime(nullptr);
+    auto runtime = NewPollingRuntime(nullptr);
     auto sources = c.sources;
-    for (ScriptedSource& s : sources) runtime->AddSource(&s);
+    for (ScriptedSource& s : sources) runtime->AddPollSource(&s);
     // Far enough from a second boundary that only the case's cause can end the wait.
     if (NowMs() % 1000 > 800) runtime->Sleep(220);
     const int64_t start = NowMs();

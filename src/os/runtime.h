@@ -15,12 +15,8 @@ class EventSource {
   virtual ~EventSource() = default;
   /// Raises every event whose cause is there now; never blocks.
   virtual void DeliverPending() = 0;
-  /// The descriptor that the real loop waits on, or -1 for none.
-  virtual int WaitDescriptor() const { return -1; }
-  /// The poll(2) events to wait for on that descriptor.
-  virtual short WaitEvents() const { return 0; }
   /// The longest that a wait may block before this source wants to look again, in
-  /// milliseconds (for output that drains without a descriptor event); -1 for no limit.
+  /// milliseconds (for a cause that nothing wakes the wait for); -1 for no limit.
   virtual int WaitLimitMs() const { return -1; }
 };
 
@@ -36,8 +32,9 @@ class Runtime {
   virtual std::wstring NowText() = 0;
   /// Lets every pending event be delivered once; never blocks.
   virtual void DoEvents() = 0;
-  /// Blocks until an event is pending or the clock reaches its next whole second. Raises the
-  /// interruption error (RaiseIfInterrupted) as soon as a request to stop the run has come.
+  /// Blocks until an event is pending, a source's wait limit has passed or the clock reaches its
+  /// next whole second, whichever comes first; callers look again and wait again as needed.
+  /// Raises the interruption error (RaiseIfInterrupted) as soon as a request to stop has come.
   virtual void WaitForEvent() = 0;
   /// Blocks for the given milliseconds and delivers nothing; raises like WaitForEvent.
   virtual void Sleep(int milliseconds) = 0;

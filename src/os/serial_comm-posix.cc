@@ -75,7 +75,7 @@ class FdGuard {
 
 }  // namespace
 
-PosixSerialComm::PosixSerialComm(Runtime& runtime, DevicePath device_for_port,
+PosixSerialComm::PosixSerialComm(PollingRuntime& runtime, DevicePath device_for_port,
                                  std::string lock_folder)
     : runtime_(runtime),
       device_for_port_(std::move(device_for_port)),
@@ -179,12 +179,12 @@ void PosixSerialComm::Open() {
   last_modem_bits_ = has_modem_lines_ ? bits : 0;
   // Keeps out openers that don't take the lock (root still gets through; the lock stops it).
   ::ioctl(fd_, TIOCEXCL);
-  runtime_.AddSource(this);
+  runtime_.AddPollSource(this);
 }
 
 void PosixSerialComm::Close() noexcept {
   if (fd_ < 0) return;
-  runtime_.RemoveSource(this);
+  runtime_.RemovePollSource(this);
   if (!failed_) {
     DrainOutput();
   } else {

@@ -8,7 +8,7 @@
 #include <string>
 
 #include "os/port_lock-posix.h"
-#include "os/runtime.h"
+#include "os/runtime-posix.h"
 #include "os/serial_comm.h"
 
 namespace kw {
@@ -16,13 +16,13 @@ namespace kw {
 /// The serial component over a POSIX terminal device: raw termios, a UUCP lock file and an
 /// exclusive flock while open, and events found by poll(2) through the runtime it is tied to
 /// (which must outlive it).
-class PosixSerialComm final : public SerialComm, public EventSource {
+class PosixSerialComm final : public SerialComm, public PollSource {
  public:
   /// Gives the device path, in the locale's encoding, for a port number ("" for none).
   using DevicePath = std::function<std::string(int16_t port)>;
 
   /// Lock files go to lock_folder; only tests give another folder than the system's.
-  PosixSerialComm(Runtime& runtime, DevicePath device_for_port,
+  PosixSerialComm(PollingRuntime& runtime, DevicePath device_for_port,
                   std::string lock_folder = SystemPortLockFolder());
   ~PosixSerialComm() override;
   PosixSerialComm(const PosixSerialComm&) = delete;
@@ -68,7 +68,7 @@ class PosixSerialComm final : public SerialComm, public EventSource {
   /// Calls OnComm for one event; false if the handler closed (or reopened) the port.
   bool Raise(int16_t event, uint64_t generation);
 
-  Runtime& runtime_;
+  PollingRuntime& runtime_;
   DevicePath device_for_port_;
   int16_t port_ = 1;
   int16_t rthreshold_ = 0;

@@ -15,7 +15,6 @@
 
 #include "base/error.h"
 #include "base/text.h"
-#include "os/system_runtime.h"
 
 namespace kw {
 namespace {
@@ -38,14 +37,15 @@ class PosixSerialCommTest : public ::testing::Test {
     ASSERT_TRUE(master_ >= 0 && grantpt(master_) == 0 && unlockpt(master_) == 0 &&
                 fcntl(master_, F_SETFL, O_NONBLOCK) == 0);
     slave_ = ptsname(master_);
-    runtime_ = NewSystemRuntime(
+    runtime_ = NewPollingRuntime(
         [this](int16_t port) { return port == kPtyPort ? FromLocale(slave_) : std::wstring(); });
   }
   void TearDown() override { close(master_); }
 
   /// An open component on the pty that records its events and what it receives in them.
-  std::unique_ptr<SerialComm> OpenComm(int16_t rthreshold = 1, int16_t sthreshold = 0) {
-    auto comm = runtime_->NewSerialComm();
+  std::unique_ptr<PosixSerialComm> OpenComm(int16_t rthreshold = 1, int16_t sthreshold = 0) {
+    auto comm = std::make_unique<PosixSerialComm>(
+        *runtime_, [this](int16_t port) { return port == kPtyPort ? slave_ : std::string(); });
     comm->OnComm = [this, raw = comm.get()] {
       events_.push_back(raw->CommEvent());
       runtime_->DoEvents();  // a handler that waits inside itself
@@ -84,7 +84,7 @@ class PosixSerialCommTest : public ::testing::Test {
 
   int master_ = -1;
   std::string slave_;
-  std::unique_ptr<Runtime> runtime_;
+  std::unique_ptr<PollingRuntime> runtime_;
   std::vector<int16_t> events_;
   std::wstring received_;
 };
@@ -122,7 +122,7 @@ TEST_F(PosixSerialCommTest, HoldsTheLineAloneAndClosingRestoresItWithHangUp) {
   held.c_cflag = foreign.c_cflag;
   ASSERT_EQ(tcsetattr(master_, TCSANOW, &held), 0);
   ASSERT_EQ(write(master_, "pending", 7), 7);
-  pollfd p{dynamic_cast<EventSource&>(*first).WaitDescriptor(), POLLIN, 0};
+  pollfd p{first->WaitDescriptor(), POLLIN, 0};
   ASSERT_EQ(poll(&p, 1, 1000), 1);
   auto second = runtime_->NewSerialComm();
   second->SetCommPort(kPtyPort);

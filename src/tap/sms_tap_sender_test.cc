@@ -70,7 +70,7 @@ TEST(TapDialogueTest, SendsAndDecidesAsTheRepliesSay) {
        1},
       {"login three NAKs then ACK", [](S& s) { s.login_naks = 3; }, "ok", 1, 4, 1},
       {"login NAK then silence", [](S& s) { s.login_naks = 1, s.login_answer = ""; }, naks, 1, 6, 0,
-       false, false, "\tExceeded maximum number of login attempts (6).\r\n"},
+       false, false, "\tExceeded maximum number of login attempts (6).\n"},
       {"login ESC EOT behind a NAK",
        [](S& s) { s.login_naks = 1, s.login_answer = sim::kTapEscEot; }, naks, 1, 6, 0},
       {"login ESC EOT", [](S& s) { s.login_answer = sim::kTapEscEot; },
@@ -123,7 +123,7 @@ TEST(TapDialogueTest, SendsAndDecidesAsTheRepliesSay) {
       link.IsConnected = !c.unplugged;
       tap.Send(msg);
     });
-    const std::string log = testing::internal::GetCapturedStdout();
+    const std::string log = test::CapturedStdoutLf();
     DebugMode = false;
     EXPECT_EQ(got, c.want);
     EXPECT_EQ(runtime.written(), Times("\r", c.probes) + Times(kRequest, c.requests) +

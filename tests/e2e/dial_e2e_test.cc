@@ -1,7 +1,7 @@
 // End-to-end tests of the dial: the real binaries, over a pseudo-terminal, in real time.
 #include <fcntl.h>
-#include <sys/file.h>
 #include <poll.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -130,6 +130,9 @@ TEST(DialE2E, PortThatCantBeTakenGives520AndSendsNothing) {
   };
   for (const auto& [name, device] : cases) {
     SCOPED_TRACE(name);
+    // The Windows program keeps a second run out with a named mutex, which no Linux process can
+    // hold: WineE2E covers that case with two Windows runs.
+    if (UnderWine() && device == sim.pty_path()) continue;
     folder.WriteIni(IniForSim("TAP", device));
     const RunResult result = RunKestrawind(folder.path(), {"0612345678", "hello"}, 30);
     EXPECT_EQ(result.out, opening_error);

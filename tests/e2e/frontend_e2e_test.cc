@@ -1,6 +1,5 @@
 // Runs the real binary and checks its standard output byte for byte.
 #include <gtest/gtest.h>
-
 #include <sys/stat.h>
 
 #include <regex>
@@ -33,30 +32,45 @@ TEST(FrontendE2eTest, StandardOutputIsByteExact) {
   const OutputCase cases[] = {
       {"no arguments", {}, nullptr, kUsage},
       {"/? alone", {"/?"}, nullptr, kExtendedUsage},
-      {"/? with a recipient", {"/?", "0612"}, nullptr,
+      {"/? with a recipient",
+       {"/?", "0612"},
+       nullptr,
        kExtendedUsage + "Error: [570] Configuration file not found.\r\n"},
       {"/DEBUG alone", {"/DEBUG"}, nullptr, kUsage},
       {"options only, any case", {"/debug", "/le", "/Ls"}, nullptr, kUsage},
       {"blank-only recipient", {"  ", "\"\""}, nullptr, kUsage},
       {"missing ini", {"0612", "hi"}, nullptr, "Error: [570] Configuration file not found.\r\n"},
-      {"no protocol", {"0612", "hi"}, "[Provider]\r\nId=x\r\n",
+      {"no protocol",
+       {"0612", "hi"},
+       "[Provider]\r\nId=x\r\n",
        "Error: [540] No protocol specified\r\n"},
-      {"lower-case protocol", {"0612", "hi"}, "[Provider]\r\nProtocol=tap\r\n",
+      {"lower-case protocol",
+       {"0612", "hi"},
+       "[Provider]\r\nProtocol=tap\r\n",
        "Error: [541] Unknown protocol specified : tap\r\n"},
-      {"command line too long", {"0612", std::string(33000, 'x')}, nullptr,
+      {"command line too long",
+       {"0612", std::string(33000, 'x')},
+       nullptr,
        "Error: [Unhandled][6] Overflow (in Kestrawind)\r\n"},
-      {"time-out not a number", {"0612"},
+      {"time-out not a number",
+       {"0612"},
        "[Provider]\r\nProtocol=TAP\r\nSmsCenterNumber=0800\r\n[Modem]\r\nPort=1\r\n"
        "ConnectionTimeout=soon\r\n",
        "Error: [Unhandled][13] Type mismatch (in Kestrawind)\r\n"},
-      {"port not a number", {"0612"}, "[Provider]\r\nProtocol=TAP\r\n[Modem]\r\nPort=COM1\r\n",
+      {"port not a number",
+       {"0612"},
+       "[Provider]\r\nProtocol=TAP\r\n[Modem]\r\nPort=COM1\r\n",
        "Error: [Unhandled][13] Type mismatch (in Kestrawind)\r\n"},
-      {"no digit in the recipient", {"call-me"}, "[Provider]\r\nProtocol=TAP\r\n",
+      {"no digit in the recipient",
+       {"call-me"},
+       "[Provider]\r\nProtocol=TAP\r\n",
        "Error: [581] No recipient specified.\r\n"},
       {"ini is a folder", {"0612"}, "", "Error: [570] Configuration file not found.\r\n"},
   };
   for (const OutputCase& c : cases) {
     SCOPED_TRACE(c.name);
+    // Windows starts no program with a line over 32,767 characters, so it can't see one.
+    if (UnderWine() && c.args.size() > 1 && c.args[1].size() > 32767) continue;
     TempFolder folder;
     folder.CopyKestrawind();
     if (c.ini && *c.ini) folder.WriteIni(c.ini);

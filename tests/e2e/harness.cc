@@ -9,12 +9,16 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
 #include <thread>
+
+#include "base/text.h"
+#include "os/raw_command_line.h"
 
 namespace kw::e2e {
 namespace {
@@ -28,21 +32,35 @@ int MsLeft(Clock::time_point deadline) {
   return left < 0 ? 0 : static_cast<int>(left);
 }
 
+/// The test's own environment, or none for empty, with the entries of env ("NAME=value") put in
+/// or over it.
+std::vector<std::string> Environment(const std::vector<std::string>& env, bool empty = false) {
+  std::vector<std::string> entries;
+  for (char** entry = empty ? nullptr : environ; entry && *entry; ++entry) {
+    const std::string text = *entry;
+    const std::string name = text.substr(0, text.find('=') + 1);
+    const bool replaced = std::any_of(env.begin(), env.end(), [&](const std::string& e) {
+      return e.compare(0, name.size(), name) == 0;
+    });
+    if (!replaced) entries.push_back(text);
+  }
+  entries.insert(entries.end(), env.begin(), env.end());
+  return entries;
+}
+
 /// Starts path with argv (argv[0] included) in cwd, stdin from /dev/null; stdout and stderr go
-/// to the descriptors given, or stay the test's own for -1; the environment given, or the
-/// test's own for null. Everything the child does between fork and exec is async-signal-safe,
-/// so it is prepared here first.
+/// to the descriptors given, or stay the test's own for -1; with the environment given.
+/// Everything the child does between fork and exec is async-signal-safe, so it is prepared here
+/// first.
 pid_t Spawn(const std::string& path, const std::vector<std::string>& argv, const std::string& cwd,
-            int out_fd, int err_fd, const std::function<void()>& in_child = nullptr,
-            const std::vector<std::string>* environment = nullptr) {
+            int out_fd, int err_fd, const std::vector<std::string>& environment,
+            const std::function<void()>& in_child = nullptr) {
   std::vector<char*> args;
   for (const std::string& arg : argv) args.push_back(const_cast<char*>(arg.c_str()));
   args.push_back(nullptr);
-  std::vector<char*> env;
-  if (environment) {
-    for (const std::string& entry : *environment) env.push_back(const_cast<char*>(entry.c_str()));
-  }
-  env.push_back(nullptr);
+  std::vector<char*> envp;
+  for (const std::string& entry : environment) envp.push_back(const_cast<char*>(entry.c_str()));
+  envp.push_back(nullptr);
   const int null_fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
   if (null_fd < 0) throw std::runtime_error("can't open /dev/null");
   sigset_t none;
@@ -55,12 +73,30 @@ pid_t Spawn(const std::string& path, const std::vector<std::string>& argv, const
     if (err_fd >= 0) dup2(err_fd, 2);
     if (!cwd.empty() && chdir(cwd.c_str()) != 0) _exit(127);
     if (in_child) in_child();
-    execve(path.c_str(), args.data(), environment ? env.data() : environ);
+    execve(path.c_str(), args.data(), envp.data());
     _exit(127);
   }
   close(null_fd);
   if (pid < 0) throw std::runtime_error("fork failed");
   return pid;
+}
+
+/// An environment variable, or "" when it is not set.
+std::string Env(const char* name) {
+  const char* value = std::getenv(name);
+  return value ? value : "";
+}
+
+/// Writes the text as UTF-16LE, the form that the launcher reads.
+void WriteUtf16(const std::string& path, const std::wstring& text) {
+  std::string bytes;
+  for (wchar_t c : text) {
+    bytes.push_back(static_cast<char>(c & 0xFF));
+    bytes.push_back(static_cast<char>((c >> 8) & 0xFF));
+  }
+  std::ofstream file(path, std::ios::binary | std::ios::trunc);
+  file << bytes;
+  if (!file.flush()) throw std::runtime_error("can't write " + path);
 }
 
 /// Reaps the child, waiting at most timeout_ms; the raw wait status, or -1 if it still runs.
@@ -99,8 +135,38 @@ TempFolder::~TempFolder() {
 std::string TempFolder::File(const std::string& name) const { return path_ + "/" + name; }
 
 void TempFolder::CopyKestrawind() const {
-  std::filesystem::copy_file(KW_BINARY, File("kestrawind"),
+  const bool wine = UnderWine();
+  std::filesystem::copy_file(wine ? Env("KW_WINE_PROGRAM") : KW_BINARY,
+                             File(wine ? "kestrawind.exe" : "kestrawind"),
                              std::filesystem::copy_options::overwrite_existing);
+}
+
+bool UnderWine() { return !Env("KW_WINE_PROGRAM").empty() && !Env("KW_WINE_LAUNCHER").empty(); }
+
+std::string ConsoleBytes(const std::string& cp1252) {
+  if (UnderWine()) return cp1252;
+  std::string utf8;
+  for (const wchar_t c : FromLine(cp1252)) {
+    const auto code = static_cast<uint32_t>(c);  // all of Windows-1252 lies below U+10000
+    if (code < 0x80) {
+      utf8.push_back(static_cast<char>(code));
+    } else if (code < 0x800) {
+      utf8.push_back(static_cast<char>(0xC0 | code >> 6));
+      utf8.push_back(static_cast<char>(0x80 | (code & 0x3F)));
+    } else {
+      utf8.push_back(static_cast<char>(0xE0 | code >> 12));
+      utf8.push_back(static_cast<char>(0x80 | (code >> 6 & 0x3F)));
+      utf8.push_back(static_cast<char>(0x80 | (code & 0x3F)));
+    }
+  }
+  return utf8;
+}
+
+std::string PortPathForProgram(const std::string& path) {
+  if (!UnderWine()) return path;
+  std::string windows = "Z:" + path;
+  std::replace(windows.begin(), windows.end(), '/', '\\');
+  return windows;
 }
 
 void TempFolder::WriteIni(const std::string& bytes) const {
@@ -116,7 +182,7 @@ SimProcess::SimProcess(const std::string& transcript_path, const std::vector<std
   argv.insert(argv.end(), args.begin(), args.end());
   int pipe_fds[2];
   if (pipe2(pipe_fds, O_CLOEXEC) != 0) throw std::runtime_error("pipe2 failed");
-  pid_ = Spawn(KW_SIM_BINARY, argv, "", pipe_fds[1], -1);
+  pid_ = Spawn(KW_SIM_BINARY, argv, "", pipe_fds[1], -1, Environment({}));
   close(pipe_fds[1]);
 
   std::string line;
@@ -157,11 +223,30 @@ int SimProcess::Wait(int timeout_ms) {
   return exit_code_;
 }
 
+RunOptions WithEnvironment(std::vector<std::string> entries, bool empty) {
+  RunOptions options;
+  options.env = std::move(entries);
+  options.empty_environment = empty;
+  return options;
+}
+
 RunResult RunKestrawind(const std::string& folder, const std::vector<std::string>& args,
                         int timeout_s, const RunOptions& options) {
-  const std::string binary = options.program.empty() ? folder + "/kestrawind" : options.program;
+  std::string binary = options.program.empty() ? folder + "/kestrawind" : options.program;
   std::vector<std::string> argv = {binary};
   argv.insert(argv.end(), args.begin(), args.end());
+  if (UnderWine()) {
+    // The line that the native program rebuilds from its arguments, behind the program's quoted
+    // name, goes to the Windows program as it is.
+    std::wstring line = L"\"" + FromLocale(PortPathForProgram(folder + "/kestrawind.exe")) + L"\"";
+    std::vector<std::wstring> wide;
+    for (const std::string& arg : args) wide.push_back(FromLocale(arg));
+    if (!wide.empty()) line += L" " + BuildRawCommandLine(wide);
+    const std::string line_file = folder + "/launch-line.txt";
+    WriteUtf16(line_file, line);
+    binary = Env("KW_WINE").empty() ? "/usr/bin/wine" : Env("KW_WINE");
+    argv = {binary, Env("KW_WINE_LAUNCHER"), PortPathForProgram(line_file)};
+  }
   int out_pipe[2];
   int err_pipe[2];
   if (pipe2(out_pipe, O_CLOEXEC) != 0) throw std::runtime_error("pipe2 failed");
@@ -170,8 +255,8 @@ RunResult RunKestrawind(const std::string& folder, const std::vector<std::string
     close(out_pipe[1]);
     throw std::runtime_error("pipe2 failed");
   }
-  const pid_t pid =
-      Spawn(binary, argv, folder, out_pipe[1], err_pipe[1], options.in_child, options.environment);
+  const pid_t pid = Spawn(binary, argv, folder, out_pipe[1], err_pipe[1],
+                          Environment(options.env, options.empty_environment), options.in_child);
   close(out_pipe[1]);
   close(err_pipe[1]);
   if (options.started) options.started(pid);
@@ -224,7 +309,7 @@ std::string IniForSim(const std::string& protocol, const std::string& pty_path,
       << "Port=1\r\n"
       << "ConnectionTimeout=" << connection_timeout_s << "\r\n"
       << "[Ports]\r\n"
-      << "1=" << pty_path << "\r\n"
+      << "1=" << PortPathForProgram(pty_path) << "\r\n"
       << extra_lines;
   return ini.str();
 }

@@ -31,7 +31,8 @@ class TempFolder {
   const std::string& path() const { return path_; }
   /// The path of a file in the folder.
   std::string File(const std::string& name) const;
-  /// Copies the built program into the folder as "kestrawind" (it reads its ini beside itself).
+  /// Copies the built program into the folder as "kestrawind" (it reads its ini beside itself),
+  /// or the Windows program as "kestrawind.exe" under Wine.
   void CopyKestrawind() const;
   /// Writes kestrawind.ini with exactly these bytes.
   void WriteIni(const std::string& bytes) const;
@@ -74,15 +75,37 @@ struct RunOptions {
   std::function<void(pid_t)> started;
   /// The program to run in place of <folder>/kestrawind, with the arguments as its argv[1...].
   std::string program;
-  /// The environment ("NAME=value" entries; none at all is what env -i gives), or the test's own
-  /// for null.
-  const std::vector<std::string>* environment = nullptr;
+  /// Entries ("NAME=value") put in or over the environment.
+  std::vector<std::string> env;
+  /// Starts from an empty environment, as env -i does, instead of the test's own.
+  bool empty_environment = false;
 };
+
+/// Options that only put the entries in or over the environment (or in an empty one).
+RunOptions WithEnvironment(std::vector<std::string> entries, bool empty = false);
 
 /// Runs <folder>/kestrawind with the arguments (no shell), stdin from /dev/null, in the folder;
 /// collects stdout and stderr whole; kills it after timeout_s.
 RunResult RunKestrawind(const std::string& folder, const std::vector<std::string>& args,
                         int timeout_s, const RunOptions& options = {});
+
+/// Whether the runs go to the Windows program under Wine rather than to the native one: when
+/// KW_WINE_PROGRAM names a cross-built kestrawind.exe and KW_WINE_LAUNCHER kw-launch.exe (KW_WINE
+/// may name wine itself). The program then gets the raw line that the native one would rebuild
+/// from its arguments, exactly, through the launcher.
+bool UnderWine();
+
+/// The environment entry that gives the native program a UTF-8 locale, so that its console text
+/// is known; the Windows program writes the ANSI code page, Windows-1252 under Wine.
+constexpr char kUtf8Locale[] = "LC_ALL=C.UTF-8";
+
+/// The bytes that the program writes on its console for a text given as Windows-1252 bytes: the
+/// same bytes under Wine, their UTF-8 form natively (run under kUtf8Locale).
+std::string ConsoleBytes(const std::string& cp1252);
+
+/// How the program's ini names a device path: as it is, or under Wine as the same file on drive
+/// Z:, with backslashes.
+std::string PortPathForProgram(const std::string& path);
 
 /// The bytes of a kestrawind.ini that sends through the simulator's pty on port 1. The extra
 /// lines go at the end as they are (they may open sections of their own).

@@ -15,6 +15,13 @@
 namespace kw::e2e {
 namespace {
 
+/// Runs kestrawind-send from the folder in place of the program.
+RunOptions Wrapper(const TempFolder& folder) {
+  RunOptions options;
+  options.program = folder.path() + "/kestrawind-send";
+  return options;
+}
+
 /// One row of doc/errors.tsv.
 struct ErrorRow {
   std::string tag;          // "[520]" or "[Unhandled][13]"
@@ -110,8 +117,7 @@ TEST(SendWrapperTest, EveryRowGivesItsStatusAndTheOutputPassesThroughByteForByte
     SCOPED_TRACE(c.out);
     TempFolder folder;
     StandIn(folder, c.out, c.program_status);
-    const RunResult result = RunKestrawind(folder.path(), {"0612", "hi"}, 10,
-                                           RunOptions{{}, {}, folder.path() + "/kestrawind-send"});
+    const RunResult result = RunKestrawind(folder.path(), {"0612", "hi"}, 10, Wrapper(folder));
     EXPECT_EQ(result.status, c.want);
     EXPECT_EQ(result.out, c.out);
   }
@@ -171,8 +177,7 @@ TEST(SendWrapperE2E, StatusOfRealRunsAgainstTheSimulator) {
       ini.insert(ini.find("\r\n") + 2, c.provider_keys);
       folder.WriteIni(ini);
     }
-    const RunResult result = RunKestrawind(folder.path(), c.args, 30,
-                                           RunOptions{{}, {}, folder.path() + "/kestrawind-send"});
+    const RunResult result = RunKestrawind(folder.path(), c.args, 30, Wrapper(folder));
     EXPECT_EQ(result.status, c.want) << result.out;
     const size_t last = result.out.rfind('\n', result.out.size() - 3);
     const std::string last_line = result.out.substr(last == std::string::npos ? 0 : last + 1);

@@ -56,15 +56,19 @@ TEST(TapE2E, SendsTheBlockAndReportsSuccess) {
   SimProcess sim(folder.File("transcript.txt"), SimArgs({}));
   folder.WriteIni(TapIni(sim.pty_path()));
 
-  const RunResult result = RunKestrawind(folder.path(), {"0612345678", "hello", "world"}, 60);
-  EXPECT_EQ(result.out, "Successfully sent message <hello world> to recipient <0612345678>\r\n");
+  // Windows-1252 text: the line gets the same bytes from the native and the Windows program.
+  const RunResult result = RunKestrawind(folder.path(), {"0612345678", "h\xE9llo", "w\x80rld"}, 60,
+                                         WithEnvironment({kUtf8Locale}));
+  EXPECT_EQ(result.out, "Successfully sent message <" + ConsoleBytes("h\xE9llo w\x80rld") +
+                            "> to recipient <0612345678>\r\n");
   EXPECT_EQ(result.err, "");
   EXPECT_EQ(result.status, 0);
 
   const std::string transcript = WaitForTranscriptClose(sim.transcript_path(), 5000);
   const std::string sent = JoinedChunks(transcript, '>');
-  // 0x02 "0612345678" 0x0D "hello world" 0x0D 0x03 sums to 0x685.
-  const std::string block = "<STX>0612345678<CR>hello world<CR><ETX>685<CR>";
+  // 0x02 "0612345678" 0x0D "h\xE9llo w\x80rld" 0x0D 0x03 sums to 0x71A; the transcript shows
+  // the line's Windows-1252 bytes in UTF-8.
+  const std::string block = "<STX>0612345678<CR>h\u00E9llo w\u20ACrld<CR><ETX>71:<CR>";
   const size_t at = sent.find(block);
   ASSERT_NE(at, std::string::npos) << transcript;
   EXPECT_EQ(sent.find(block, at + 1), std::string::npos) << "sent twice: " << transcript;

@@ -67,7 +67,7 @@ TEST(TextE2E, LocalesAndIniEncodingsGiveTheRightBytes) {
   for (size_t i = 0; i < std::size(cases); ++i) {
     runs.emplace_back([&, i] {
       results[i] = RunKestrawind(folders[i]->path(), {"0612", cases[i].message}, 60,
-                                 RunOptions{{}, {}, {}, &environments[i]});
+                                 WithEnvironment(environments[i], true));
     });
   }
   for (std::thread& run : runs) run.join();

@@ -32,7 +32,7 @@ std::string UcpIni(const std::string& pty_path, const std::string& op,
          "ConnectionTimeout=20\r\n"
          "[Ports]\r\n"
          "1=" +
-         pty_path +
+         PortPathForProgram(pty_path) +
          "\r\n"
          "[User]\r\n"
          "SenderNumber=678\r\n";
@@ -46,12 +46,13 @@ struct Road {
   std::string transcript;
 };
 
+// The text is Windows-1252 ("a", e acute, the euro sign), which the frame carries as hex digits.
 TEST(UcpE2E, EachOperationIsAcceptedWithItsFrameOnTheLine) {
   std::vector<Road> roads = {
-      {"01", "<STX>01/00036/O/01/12345/678//3/616263/C0<ETX>", {}, {}},
-      {"03", "<STX>01/00050/O/03/12345/678/pw/0///////////3/616263/DA<ETX>", {}, {}},
-      {"30", "<STX>01/00040/O/30/12345/678////////616263/75<ETX>", {}, {}},
-      {"51", "<STX>01/00065/O/51/12345/678/pw///////////////3//616263/////////////A3<ETX>", {}, {}},
+      {"01", "<STX>01/00036/O/01/12345/678//3/61E980/D5<ETX>", {}, {}},
+      {"03", "<STX>01/00050/O/03/12345/678/pw/0///////////3/61E980/EF<ETX>", {}, {}},
+      {"30", "<STX>01/00040/O/30/12345/678////////61E980/8A<ETX>", {}, {}},
+      {"51", "<STX>01/00065/O/51/12345/678/pw///////////////3//61E980/////////////B8<ETX>", {}, {}},
   };
   // The runs wait in real time, so they run side by side, each with a simulator of its own.
   // Folders, copies and simulators are all made first: a copy of the program still open for
@@ -68,7 +69,8 @@ TEST(UcpE2E, EachOperationIsAcceptedWithItsFrameOnTheLine) {
   std::vector<std::thread> runs;
   for (size_t i = 0; i < roads.size(); ++i) {
     runs.emplace_back([&road = roads[i], &folder = *folders[i]] {
-      road.result = RunKestrawind(folder.path(), {"+12345", "abc"}, 30);
+      road.result =
+          RunKestrawind(folder.path(), {"+12345", "a\xE9\x80"}, 30, WithEnvironment({kUtf8Locale}));
     });
   }
   for (std::thread& run : runs) run.join();
@@ -78,7 +80,8 @@ TEST(UcpE2E, EachOperationIsAcceptedWithItsFrameOnTheLine) {
 
   for (const Road& road : roads) {
     SCOPED_TRACE("op " + road.op);
-    EXPECT_EQ(road.result.out, "Successfully sent message <abc> to recipient <+12345>\r\n");
+    EXPECT_EQ(road.result.out, "Successfully sent message <" + ConsoleBytes("a\xE9\x80") +
+                                   "> to recipient <+12345>\r\n");
     EXPECT_EQ(road.result.err, "");
     EXPECT_EQ(road.result.status, 0);
     // Dial, one frame, the hang-up; the centre found the frame sound.
@@ -86,7 +89,8 @@ TEST(UcpE2E, EachOperationIsAcceptedWithItsFrameOnTheLine) {
               "ATDT" + std::string(kSimCentreNumber) + "<CR>" + road.frame + "ATH")
         << road.transcript;
     EXPECT_NE(road.transcript.find("recipient 12345, sender 678"), std::string::npos);
-    EXPECT_NE(road.transcript.find("text \"abc\", length ok, checksum ok"), std::string::npos)
+    EXPECT_NE(road.transcript.find("text \"a\u00E9\u20AC\", length ok, checksum ok"),
+              std::string::npos)
         << road.transcript;
     EXPECT_NE(road.transcript.find("# ucp: answer A"), std::string::npos);
   }

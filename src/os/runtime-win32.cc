@@ -1,0 +1,118 @@
+// The operating system's runtime on Windows: the tick clock, waits that sleep, real serial ports.
+#include <windows.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "os/serial_comm-win32.h"
+#include "os/system_runtime.h"
+
+namespace kw {
+namespace {
+
+constexpr int64_t kMsPerSecond = 1000;
+
+// The tick clock in milliseconds: it never jumps with the wall clock, so no wait is stretched
+// or cut short by a change of the time of day.
+int64_t TickMs() { return static_cast<int64_t>(::GetTickCount64()); }
+
+// One of the user's default date or time forms for a moment, or "" when it can't be had.
+template <typename Format>
+std::wstring FormatWith(Format format) {
+  const int length = format(nullptr, 0);
+  if (length <= 1) return std::wstring();
+  std::wstring text(static_cast<size_t>(length), L'\0');
+  format(&text[0], length);
+  text.resize(static_cast<size_t>(length - 1));  // the count includes the terminator
+  return text;
+}
+
+class Win32Runtime final : public Runtime {
+ public:
+  explicit Win32Runtime(PortDeviceResolver device_for_port)
+      : device_for_port_(std::move(device_for_port)) {}
+
+  int64_t NowSeconds() override { return TickMs() / kMsPerSecond; }
+
+  std::wstring NowText() override {
+    SYSTEMTIME now;
+    ::GetLocalTime(&now);
+    const std::wstring date = FormatWith([&](wchar_t* out, int size) {
+      return ::GetDateFormatW(LOCALE_USER_DEFAULT, DATE_SHORTDATE, &now, nullptr, out, size);
+    });
+    const std::wstring time = FormatWith([&](wchar_t* out, int size) {
+      return ::GetTimeFormatW(LOCALE_USER_DEFAULT, 0, &now, nullptr, out, size);
+    });
+    return date + L" " + time;
+  }
+
+  void DoEvents() override {
+    // A handler may add or remove sources: walk a copy and skip the ones gone meanwhile.
+    const std::vector<EventSource*> round = sources_;
+    for (EventSource* source : round) {
+      if (std::find(sources_.begin(), sources_.end(), source) != sources_.end()) {
+        source->DeliverPending();
+      }
+    }
+  }
+
+  void WaitForEvent() override {
+    // A port wakes nothing here (its change events don't work everywhere), so the wait sleeps
+    // until the smallest of the sources' limits, after which they look at their devices again.
+    int limit_ms = -1;
+    for (const EventSource* source : sources_) {
+      const int limit = source->WaitLimitMs();
+      if (limit > 0 && (limit_ms < 0 || limit < limit_ms)) limit_ms = limit;
+    }
+    int64_t now = TickMs();
+    int64_t deadline = (now / kMsPerSecond + 1) * kMsPerSecond;
+    if (limit_ms > 0) deadline = std::min(deadline, now + limit_ms);
+    // Sleep may end a little before the tick clock shows its time (their steps differ): sleep
+    // again for the rest, so that the clock has surely moved on when the wait returns.
+    for (; now < deadline; now = TickMs()) {
+      ::Sleep(static_cast<DWORD>(std::max<int64_t>(1, deadline - now)));
+    }
+  }
+
+  void Sleep(int milliseconds) override {
+    if (milliseconds > 0) ::Sleep(static_cast<DWORD>(milliseconds));
+  }
+
+  std::unique_ptr<SerialComm> NewSerialComm() override {
+    return std::make_unique<Win32SerialComm>(*this,
+                                             [this](int16_t port) { return DevicePath(port); });
+  }
+
+  void AddSource(EventSource* source) override {
+    if (std::find(sources_.begin(), sources_.end(), source) == sources_.end()) {
+      sources_.push_back(source);
+    }
+  }
+
+  void RemoveSource(EventSource* source) override {
+    sources_.erase(std::remove(sources_.begin(), sources_.end(), source), sources_.end());
+  }
+
+ private:
+  // The configured device for a port, else the platform's: port n is \\.\COMn, a form that
+  // also reaches COM10 and above.
+  std::wstring DevicePath(int16_t port) const {
+    const std::wstring configured = device_for_port_ ? device_for_port_(port) : std::wstring();
+    if (!configured.empty()) return configured;
+    return L"\\\\.\\COM" + std::to_wstring(port);
+  }
+
+  PortDeviceResolver device_for_port_;
+  std::vector<EventSource*> sources_;
+};
+
+}  // namespace
+
+std::unique_ptr<Runtime> NewSystemRuntime(PortDeviceResolver device_for_port) {
+  return std::make_unique<Win32Runtime>(std::move(device_for_port));
+}
+
+}  // namespace kw
