@@ -61,6 +61,11 @@ bool PlainFileExists(const std::wstring& path) {
   return plain;
 }
 
+void GuardStandardStreams() {
+  // Nothing to do: a closed standard handle stays null here, and no handle that the program
+  // opens later takes its place, so the port can never become standard output.
+}
+
 bool WriteStandardOutput(const std::string& bytes) {
   // The handle as it is now (a test may have redirected it); no C runtime buffer in between.
   const HANDLE out = ::GetStdHandle(STD_OUTPUT_HANDLE);

@@ -163,11 +163,13 @@ FileText Load(const std::wstring& path) {
   const bool be = file.bytes.compare(0, 2, "\xFE\xFF") == 0;
   if (!le && !be) return file;
   file.encoding = le ? FileText::kUtf16Le : FileText::kUtf16Be;
-  // Pairs of surrogates become one character; a lone one stays as it is, so that writing the
-  // file back gives the same units. An odd last byte is no character and is dropped.
+  // Where a wide character holds any character, pairs of surrogates become one character; where
+  // wide text is UTF-16 itself (Windows), they stay two units. A lone one stays as it is, so that
+  // writing the file back gives the same units. An odd last byte is no character and is dropped.
+  constexpr bool kWideIsUtf16 = sizeof(wchar_t) == 2;
   for (size_t i = 2; i + 1 < file.bytes.size(); i += 2) {
     const unsigned unit = Unit(file.bytes, i, be);
-    if (unit >= 0xD800 && unit <= 0xDBFF && i + 3 < file.bytes.size()) {
+    if (!kWideIsUtf16 && unit >= 0xD800 && unit <= 0xDBFF && i + 3 < file.bytes.size()) {
       const unsigned low = Unit(file.bytes, i + 2, be);
       if (low >= 0xDC00 && low <= 0xDFFF) {
         file.wide.push_back(

@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "os/interrupt.h"
 #include "os/serial_comm-win32.h"
 #include "os/system_runtime.h"
 
@@ -14,6 +15,8 @@ namespace kw {
 namespace {
 
 constexpr int64_t kMsPerSecond = 1000;
+// The longest piece of a sleep: how soon a request to stop is seen while the run waits.
+constexpr int64_t kInterruptLookMs = 100;
 
 // The tick clock in milliseconds: it never jumps with the wall clock, so no wait is stretched
 // or cut short by a change of the time of day.
@@ -49,6 +52,13 @@ class Win32Runtime final : public Runtime {
     return date + L" " + time;
   }
 
+  // Sleeps for at most the rest, in pieces short enough that a request to stop, which wakes
+  // no sleep here, ends the wait soon; then raises it.
+  static void SleepPiece(int64_t rest_ms) {
+    ::Sleep(static_cast<DWORD>(std::clamp<int64_t>(rest_ms, 1, kInterruptLookMs)));
+    RaiseIfInterrupted();
+  }
+
   void DoEvents() override {
     // A handler may add or remove sources: walk a copy and skip the ones gone meanwhile.
     const std::vector<EventSource*> round = sources_;
@@ -60,6 +70,7 @@ class Win32Runtime final : public Runtime {
   }
 
   void WaitForEvent() override {
+    RaiseIfInterrupted();
     // A port wakes nothing here (its change events don't work everywhere), so the wait sleeps
     // until the smallest of the sources' limits, after which they look at their devices again.
     int limit_ms = -1;
@@ -73,12 +84,14 @@ class Win32Runtime final : public Runtime {
     // Sleep may end a little before the tick clock shows its time (their steps differ): sleep
     // again for the rest, so that the clock has surely moved on when the wait returns.
     for (; now < deadline; now = TickMs()) {
-      ::Sleep(static_cast<DWORD>(std::max<int64_t>(1, deadline - now)));
+      SleepPiece(deadline - now);
     }
   }
 
   void Sleep(int milliseconds) override {
-    if (milliseconds > 0) ::Sleep(static_cast<DWORD>(milliseconds));
+    RaiseIfInterrupted();
+    const int64_t deadline = TickMs() + milliseconds;
+    for (int64_t now = TickMs(); now < deadline; now = TickMs()) SleepPiece(deadline - now);
   }
 
   std::unique_ptr<SerialComm> NewSerialComm() override {

@@ -2,8 +2,12 @@
 #include <windows.h>
 
 #include <cstdint>
+#include <functional>
+#include <thread>
 #include <vector>
 
+#include "base/error.h"
+#include "os/interrupt.h"
 #include "os/system_runtime.h"
 
 namespace kw {
@@ -56,6 +60,32 @@ TEST(Win32Runtime, NowTextIsTheLocalDateAndTimeToTheSecond) {
   EXPECT_NE(text.find(std::to_wstring(now.wYear)), std::wstring::npos) << text;
   EXPECT_NE(text.find(L':'), std::wstring::npos) << text;
   EXPECT_EQ(text.find(L'.', text.find(L':')), std::wstring::npos) << text;
+}
+
+// Nothing wakes a sleep on Windows when a console event comes (its handler runs on a thread of
+// its own), so the waits must look for a request to stop while they last.
+TEST(Win32Runtime, WaitsEndSoonAfterARequestToStop) {
+  auto runtime = NewSystemRuntime(nullptr);
+  const std::function<void()> waits[] = {[&] { runtime->Sleep(5000); },
+                                         [&] { runtime->WaitForEvent(); }};
+  for (const auto& wait : waits) {
+    const int64_t start = NowMs();
+    std::thread handler([] {
+      ::Sleep(50);
+      NoteInterruptRequest(L"Ctrl+C");
+    });
+    int32_t number = 0;
+    try {
+      wait();
+      if (NowMs() - start < 900) wait();  // a whole-second wait may end before the request
+    } catch (const Error& e) {
+      number = e.number();
+    }
+    handler.join();
+    ForgetInterruptRequest();
+    EXPECT_EQ(number, 18);
+    EXPECT_LT(NowMs() - start, 400);
+  }
 }
 
 }  // namespace

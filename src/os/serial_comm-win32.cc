@@ -5,6 +5,7 @@
 
 #include "base/error.h"
 #include "base/text.h"
+#include "os/interrupt-win32.h"
 
 namespace kw {
 namespace {
@@ -146,6 +147,7 @@ void Win32SerialComm::Open() {
   ::PurgeComm(port.get(), PURGE_RXABORT | PURGE_RXCLEAR | PURGE_TXABORT | PURGE_TXCLEAR);
 
   handle_ = port.release();
+  SetPortForForcedEnd(handle_);
   mutex_ = mutex.release();
   ++generation_;
   failed_ = false;
@@ -174,6 +176,7 @@ void Win32SerialComm::Close() noexcept {
     }
     ::EscapeCommFunction(handle_, CLRDTR);
   }
+  SetPortForForcedEnd(nullptr);
   ::CloseHandle(handle_);
   handle_ = INVALID_HANDLE_VALUE;
   ::ReleaseMutex(mutex_);
