@@ -45,28 +45,16 @@ class PosixRuntime final : public PollingRuntime {
     return FromLocale(std::string(text, length));
   }
 
-  void DoEvents() override {
-    // A handler may add or remove sources: walk a copy and skip the ones gone meanwhile.
-    const std::vector<EventSource*> round = sources_;
-    for (EventSource* source : round) {
-      if (std::find(sources_.begin(), sources_.end(), source) != sources_.end()) {
-        source->DeliverPending();
-      }
-    }
-  }
+  void DoEvents() override { sources_.DeliverAll(); }
 
   void WaitForEvent() override {
     RaiseIfInterrupted();
     std::vector<pollfd> fds;
-    int limit_ms = -1;
     for (const PollSource* source : polled_) {
       const int fd = source->WaitDescriptor();
       if (fd >= 0) fds.push_back(pollfd{fd, source->WaitEvents(), 0});
     }
-    for (const EventSource* source : sources_) {
-      const int limit = source->WaitLimitMs();
-      if (limit > 0 && (limit_ms < 0 || limit < limit_ms)) limit_ms = limit;
-    }
+    const int limit_ms = sources_.WaitLimitMs();
     int64_t now = MonotonicNs();
     int64_t deadline = (now / kNsPerSecond + 1) * kNsPerSecond;
     if (limit_ms > 0) deadline = std::min(deadline, now + limit_ms * kNsPerMs);
@@ -95,15 +83,9 @@ class PosixRuntime final : public PollingRuntime {
                                              [this](int16_t port) { return DevicePath(port); });
   }
 
-  void AddSource(EventSource* source) override {
-    if (std::find(sources_.begin(), sources_.end(), source) == sources_.end()) {
-      sources_.push_back(source);
-    }
-  }
+  void AddSource(EventSource* source) override { sources_.Add(source); }
 
-  void RemoveSource(EventSource* source) override {
-    sources_.erase(std::remove(sources_.begin(), sources_.end(), source), sources_.end());
-  }
+  void RemoveSource(EventSource* source) override { sources_.Remove(source); }
 
   void AddPollSource(PollSource* source) override {
     AddSource(source);
@@ -126,7 +108,7 @@ class PosixRuntime final : public PollingRuntime {
   }
 
   PortDeviceResolver device_for_port_;
-  std::vector<EventSource*> sources_;
+  EventSources sources_;
   std::vector<PollSource*> polled_;  ///< the sources that also have a descriptor to wait on
 };
 

@@ -59,25 +59,13 @@ class Win32Runtime final : public Runtime {
     RaiseIfInterrupted();
   }
 
-  void DoEvents() override {
-    // A handler may add or remove sources: walk a copy and skip the ones gone meanwhile.
-    const std::vector<EventSource*> round = sources_;
-    for (EventSource* source : round) {
-      if (std::find(sources_.begin(), sources_.end(), source) != sources_.end()) {
-        source->DeliverPending();
-      }
-    }
-  }
+  void DoEvents() override { sources_.DeliverAll(); }
 
   void WaitForEvent() override {
     RaiseIfInterrupted();
     // A port wakes nothing here (its change events don't work everywhere), so the wait sleeps
     // until the smallest of the sources' limits, after which they look at their devices again.
-    int limit_ms = -1;
-    for (const EventSource* source : sources_) {
-      const int limit = source->WaitLimitMs();
-      if (limit > 0 && (limit_ms < 0 || limit < limit_ms)) limit_ms = limit;
-    }
+    const int limit_ms = sources_.WaitLimitMs();
     int64_t now = TickMs();
     int64_t deadline = (now / kMsPerSecond + 1) * kMsPerSecond;
     if (limit_ms > 0) deadline = std::min(deadline, now + limit_ms);
@@ -99,15 +87,9 @@ class Win32Runtime final : public Runtime {
                                              [this](int16_t port) { return DevicePath(port); });
   }
 
-  void AddSource(EventSource* source) override {
-    if (std::find(sources_.begin(), sources_.end(), source) == sources_.end()) {
-      sources_.push_back(source);
-    }
-  }
+  void AddSource(EventSource* source) override { sources_.Add(source); }
 
-  void RemoveSource(EventSource* source) override {
-    sources_.erase(std::remove(sources_.begin(), sources_.end(), source), sources_.end());
-  }
+  void RemoveSource(EventSource* source) override { sources_.Remove(source); }
 
  private:
   // The configured device for a port, else the platform's: port n is \\.\COMn, a form that
@@ -119,7 +101,7 @@ class Win32Runtime final : public Runtime {
   }
 
   PortDeviceResolver device_for_port_;
-  std::vector<EventSource*> sources_;
+  EventSources sources_;
 };
 
 }  // namespace

@@ -1,5 +1,7 @@
 #include "os/runtime.h"
 
+#include <algorithm>
+
 #include "os/system_runtime.h"
 
 namespace kw {
@@ -9,6 +11,34 @@ namespace {
 Runtime* g_installed = nullptr;
 
 }  // namespace
+
+void EventSources::Add(EventSource* source) {
+  if (std::find(sources_.begin(), sources_.end(), source) == sources_.end()) {
+    sources_.push_back(source);
+  }
+}
+
+void EventSources::Remove(EventSource* source) {
+  sources_.erase(std::remove(sources_.begin(), sources_.end(), source), sources_.end());
+}
+
+void EventSources::DeliverAll() {
+  const std::vector<EventSource*> round = sources_;
+  for (EventSource* source : round) {
+    if (std::find(sources_.begin(), sources_.end(), source) != sources_.end()) {
+      source->DeliverPending();
+    }
+  }
+}
+
+int EventSources::WaitLimitMs() const {
+  int limit_ms = -1;
+  for (const EventSource* source : sources_) {
+    const int limit = source->WaitLimitMs();
+    if (limit > 0 && (limit_ms < 0 || limit < limit_ms)) limit_ms = limit;
+  }
+  return limit_ms;
+}
 
 Runtime& CurrentRuntime() {
   if (g_installed) return *g_installed;

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "os/serial_comm.h"
 
@@ -44,6 +45,24 @@ class Runtime {
   /// Sources register while they may have events and unregister before they go.
   virtual void AddSource(EventSource* source) = 0;
   virtual void RemoveSource(EventSource* source) = 0;
+};
+
+/// The sources that a runtime delivers events for, kept in the order they came: the part of
+/// event delivery that every runtime shares.
+class EventSources {
+ public:
+  /// Adds a source; a second addition changes nothing.
+  void Add(EventSource* source);
+  /// Removes a source, if it is there.
+  void Remove(EventSource* source);
+  /// Delivers each source's pending events once; a handler may add or remove sources meanwhile,
+  /// and one removed before its turn is skipped.
+  void DeliverAll();
+  /// The smallest wait limit that a source asks for, in milliseconds; -1 when none asks.
+  int WaitLimitMs() const;
+
+ private:
+  std::vector<EventSource*> sources_;
 };
 
 /// The runtime of this process: the one installed last, else the operating system's.

@@ -14,30 +14,13 @@
 #include "base/error.h"
 #include "base/text.h"
 #include "os/interrupt-posix.h"
+#include "os/serial_errors.h"
 
 namespace kw {
 namespace {
 
-constexpr int32_t kErrInvalidPort = 8002;
-constexpr int32_t kErrPortAlreadyOpen = 8005;
-constexpr int32_t kErrSetState = 8015;
-constexpr int32_t kErrPortNotOpen = 8018;
-constexpr int32_t kErrWriteFailed = 8020;
-
 /// How long a close lets queued output drain before it drops DTR.
 constexpr int64_t kDrainLimitMs = 500;
-
-// What the modem link reads once the device itself is gone: the words a modem sends when the
-// line drops, so that the run ends as a lost line and not as a silent timeout.
-constexpr char kLostLineNotice[] = "\r\nNO CARRIER\r\n";
-
-Error InvalidPort() { return Error(kErrInvalidPort, kProgramSource, L"Invalid port number"); }
-Error PortAlreadyOpen() { return Error(kErrPortAlreadyOpen, kProgramSource, L"Port already open"); }
-Error SetStateFailed() { return Error(kErrSetState, kProgramSource, L"Could not set comm state"); }
-Error PortNotOpen() {
-  return Error(kErrPortNotOpen, kProgramSource, L"Operation valid only when the port is open");
-}
-Error WriteFailed() { return Error(kErrWriteFailed, kProgramSource, L"Write to the port failed"); }
 
 /// The monotonic clock in milliseconds.
 int64_t MonotonicMs() {

@@ -6,28 +6,13 @@
 #include "base/error.h"
 #include "base/text.h"
 #include "os/interrupt-win32.h"
+#include "os/serial_errors.h"
 
 namespace kw {
 namespace {
 
-constexpr int32_t kErrInvalidPort = 8002;
-constexpr int32_t kErrPortAlreadyOpen = 8005;
-constexpr int32_t kErrSetState = 8015;
-constexpr int32_t kErrPortNotOpen = 8018;
-
 // How often an open port is looked at while the program waits: a few times a second.
 constexpr int kLookIntervalMs = 100;
-
-// What the modem link reads once the device itself is gone: the words a modem sends when the
-// line drops, so that the run ends as a lost line and not as a silent timeout.
-constexpr char kLostLineNotice[] = "\r\nNO CARRIER\r\n";
-
-Error InvalidPort() { return Error(kErrInvalidPort, kProgramSource, L"Invalid port number"); }
-Error PortAlreadyOpen() { return Error(kErrPortAlreadyOpen, kProgramSource, L"Port already open"); }
-Error SetStateFailed() { return Error(kErrSetState, kProgramSource, L"Could not set comm state"); }
-Error PortNotOpen() {
-  return Error(kErrPortNotOpen, kProgramSource, L"Operation valid only when the port is open");
-}
 
 // The name of the mutex that stands for a port: one name for every spelling of one device
 // ("COM1", "\\.\com1"), and no backslash, which a mutex name may not hold past its prefix.
@@ -151,6 +136,7 @@ void Win32SerialComm::Open() {
   mutex_ = mutex.release();
   ++generation_;
   failed_ = false;
+  carried_ = false;
   in_queue_.clear();
   input_unsignaled_ = false;
   notice_unread_ = false;
@@ -214,10 +200,18 @@ void Win32SerialComm::SetOutput(const std::wstring& text) {
     if (!::WriteFile(handle_, bytes.data() + done, static_cast<DWORD>(bytes.size() - done),
                      &written, nullptr) ||
         written == 0) {
-      Fail();
-      return;
+      if (carried_) {
+        // The line carried bytes and now fails: the device went away in the call, a lost line.
+        Fail();
+        return;
+      }
+      // Not one byte got out since the opening: the port refuses to write, and that is the
+      // caller's failure to report (a dial that can't be written), not a call that was lost.
+      Fail(false);
+      throw WriteFailed();
     }
     done += written;
+    carried_ = true;
   }
 }
 
@@ -277,9 +271,10 @@ void Win32SerialComm::ReadAvailable() {
   }
 }
 
-void Win32SerialComm::Fail() {
+void Win32SerialComm::Fail(bool lost_line) {
   if (failed_) return;
   failed_ = true;
+  if (!lost_line) return;
   in_queue_ += kLostLineNotice;
   input_unsignaled_ = true;
   notice_unread_ = true;

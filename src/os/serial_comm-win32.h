@@ -49,8 +49,8 @@ class Win32SerialComm final : public SerialComm, public EventSource {
   void Close() noexcept;
   /// Moves every byte that the driver holds into the input queue, noticing a device that is gone.
   void ReadAvailable();
-  /// Marks the device as gone and queues the lost-line notice, once.
-  void Fail();
+  /// Marks the device as gone and, for a lost line, queues the lost-line notice, once.
+  void Fail(bool lost_line = true);
   /// The modem-status bits, or false when the device can't tell.
   bool ModemStatus(DWORD* bits);
   /// Calls OnComm for one event; false if the handler closed (or reopened) the port.
@@ -68,6 +68,7 @@ class Win32SerialComm final : public SerialComm, public EventSource {
   HANDLE mutex_ = nullptr;
   uint64_t generation_ = 0;  ///< counts openings and closings, so delivery notices either
   bool failed_ = false;
+  bool carried_ = false;  ///< a byte has gone out since the opening
   bool has_modem_lines_ = false;
   DWORD last_modem_bits_ = 0;
   std::string in_queue_;

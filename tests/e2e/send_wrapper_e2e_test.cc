@@ -55,9 +55,11 @@ std::set<std::string> RaisedTags() {
   for (const auto& entry :
        std::filesystem::recursive_directory_iterator(std::string(KW_SOURCE_DIR) + "/src")) {
     const std::string path = entry.path().string();
-    // The simulator is not the program; tests raise what they like.
+    // The simulator is not the program; tests raise what they like; the serial component's
+    // failures reach the user only inside 520 and 521, which the modem link makes of them.
     if (entry.path().extension() != ".cc" || path.find("/src/sim/") != std::string::npos ||
-        path.find("_test.cc") != std::string::npos) {
+        path.find("_test.cc") != std::string::npos ||
+        path.find("/src/os/serial_errors.cc") != std::string::npos) {
       continue;
     }
     const std::string code = ReadWholeFile(path);
