@@ -72,11 +72,4 @@ int Outcome(const std::function<void()>& step, std::wstring* description) {
   return -1;
 }
 
-bool OneOf(int outcome, std::initializer_list<int> allowed) {
-  for (int n : allowed) {
-    if (n == outcome) return true;
-  }
-  return false;
-}
-
 }  // namespace kw::fuzz

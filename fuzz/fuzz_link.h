@@ -4,7 +4,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <initializer_list>
 #include <string>
 
 #include "link/modem.h"
@@ -76,9 +75,6 @@ struct VirtualLine {
 /// other raised error, whose description it keeps. Anything else thrown (the virtual clock's hang
 /// guard) fails the run.
 int Outcome(const std::function<void()>& step, std::wstring* description = nullptr);
-
-/// Whether the outcome is one of the listed ones.
-bool OneOf(int outcome, std::initializer_list<int> allowed);
 
 }  // namespace kw::fuzz
 
