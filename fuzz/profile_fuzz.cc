@@ -1,0 +1,109 @@
+// The ini reader and writer with the settings on top: any file loads, validates and saves, and a
+// value written and read back is the value as the reading rules give it.
+#include <stdlib.h>
+
+#include <clocale>
+#include <cstdint>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "base/error.h"
+#include "base/text.h"
+#include "config/sms_settings.h"
+#include "fuzz_link.h"
+#include "os/profile.h"
+
+using kw::fuzz::Require;
+
+namespace {
+
+std::filesystem::path folder;
+std::wstring path;
+
+/// A value as a read hands it back: trimmed of blanks and tabs, one pair of matching outer
+/// quotes removed, cut to 253 characters. A line break or NUL ends it on the line.
+std::wstring AsRead(std::wstring value) {
+  value = value.substr(0, value.find_first_of(std::wstring(L"\r\n\0", 3)));
+  const size_t begin = value.find_first_not_of(L" \t");
+  if (begin == std::wstring::npos) return L"";
+  value = value.substr(begin, value.find_last_not_of(L" \t") - begin + 1);
+  if (value.size() >= 2 && (value[0] == L'"' || value[0] == L'\'') && value.back() == value[0]) {
+    value = value.substr(1, value.size() - 2);
+  }
+  return value.substr(0, 253);
+}
+
+/// The thirteen fields of the settings, for comparing two loads.
+std::wstring kw::SmsSettings::*const kFields[] = {
+    &kw::SmsSettings::Provider,          &kw::SmsSettings::SmsCenterNumber,
+    &kw::SmsSettings::Authentication,    &kw::SmsSettings::Legitimization,
+    &kw::SmsSettings::Protocol,          &kw::SmsSettings::OpType,
+    &kw::SmsSettings::CommSettings,      &kw::SmsSettings::Baudrate,
+    &kw::SmsSettings::TextLength,        &kw::SmsSettings::Port,
+    &kw::SmsSettings::ConnectionTimeout, &kw::SmsSettings::DialPrefix,
+    &kw::SmsSettings::SenderNumber};
+
+/// The next field of the input up to a NUL, decoded as the ini reader decodes a line.
+std::wstring Field(std::string& rest) {
+  const size_t end = rest.find('\0');
+  std::wstring field = kw::FromLocale(rest.substr(0, end));
+  rest.erase(0, end == std::string::npos ? rest.size() : end + 1);
+  return field;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+  std::setlocale(LC_ALL, "C.UTF-8");  // as main sets it from a UTF-8 environment
+  // In memory where there is such a folder: every run rewrites the file dozens of times, and a
+  // disk file system flushes a truncated file on close.
+  char name[] = "/dev/shm/kw-fuzz-XXXXXX";
+  if (!mkdtemp(name)) Require(mkdtemp(std::strcpy(name, "/tmp/kw-fuzz-XXXXXX")), "a temp folder");
+  folder = name;
+  path = (folder / "kestrawind.ini").wstring();
+  atexit([] { std::filesystem::remove_all(folder); });
+  return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  // The input: section NUL key NUL value NUL, then the file's bytes.
+  std::string rest(reinterpret_cast<const char*>(data), size);
+  const std::wstring section = Field(rest), key = Field(rest), value = Field(rest);
+  std::ofstream(kw::ToLocale(path), std::ios::binary | std::ios::trunc) << rest;
+
+  kw::SmsSettings loaded;
+  loaded.ConfigFile = path;
+  loaded.Load();
+  const int outcome = kw::fuzz::Outcome([&] { loaded.Validate(); });
+  Require(outcome == (loaded.Protocol.empty()                                  ? 540
+                      : loaded.Protocol == L"TAP" || loaded.Protocol == L"UCP" ? 0
+                                                                               : 541),
+          "TAP and UCP pass, an empty protocol gives 540, any other 541");
+
+  // Saved into the same file and loaded again, every field reads as the rules give it.
+  loaded.Save();
+  kw::SmsSettings again;
+  again.ConfigFile = path;
+  again.Load();
+  for (auto field : kFields) {
+    Require((loaded.*field).size() <= 253 &&
+                (loaded.*field).find_first_of(std::wstring(L"\r\n\0", 3)) == std::wstring::npos,
+            "a loaded value is one line of at most 253 characters");
+    Require(again.*field == AsRead(loaded.*field), "a saved value loads back the same");
+  }
+
+  // Any value under a name the file can hold reads back as the rules give it.
+  const std::wstring breaks(L"\r\n", 2);
+  const size_t keyStart = key.find_first_not_of(L" \t");
+  if (section.find_first_of(breaks) != std::wstring::npos ||
+      key.find_first_of(breaks + L"=") != std::wstring::npos ||
+      (keyStart != std::wstring::npos && key[keyStart] == L'[')) {
+    return 0;
+  }
+  kw::ProfileWriteString(section, key, value, path);
+  Require(kw::ProfileGetString(section, key, L"\x01", path) == AsRead(value),
+          "a written value reads back as the rules give it");
+  return 0;
+}
