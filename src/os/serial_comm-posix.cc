@@ -13,6 +13,7 @@
 
 #include "base/error.h"
 #include "base/text.h"
+#include "os/comm_events.h"
 #include "os/interrupt-posix.h"
 #include "os/serial_errors.h"
 
@@ -344,17 +345,7 @@ void PosixSerialComm::Fail(bool lost_line) {
 }
 
 bool PosixSerialComm::Raise(int16_t event, uint64_t generation) {
-  // The outer event's number comes back also when the handler raises (a request to stop the
-  // run in a wait inside it, say).
-  struct Restore {
-    int16_t& slot;
-    const int16_t value;
-    ~Restore() { slot = value; }
-  } restore{comm_event_, comm_event_};
-  comm_event_ = event;
-  // A copy, so that the handler may replace OnComm while it runs.
-  const std::function<void()> handler = OnComm;
-  if (handler) handler();
+  CallOnComm(OnComm, comm_event_, event);
   return fd_ >= 0 && generation_ == generation;
 }
 
@@ -379,18 +370,9 @@ void PosixSerialComm::DeliverPending() {
   if (!has_modem_lines_ || failed_) return;
   int bits = 0;
   if (RetryOnEintr([&] { return ::ioctl(fd_, TIOCMGET, &bits); }) != 0) return;
-  const int changed = bits ^ last_modem_bits_;
-  last_modem_bits_ = bits;
-  static constexpr struct {
-    int line;
-    CommEventNumber event;
-  } kLineEvents[] = {{TIOCM_CTS, kCommEvCTS},
-                     {TIOCM_DSR, kCommEvDSR},
-                     {TIOCM_CD, kCommEvCD},
-                     {TIOCM_RI, kCommEvRing}};
-  for (const auto& entry : kLineEvents) {
-    if ((changed & entry.line) != 0 && !Raise(entry.event, generation)) return;
-  }
+  const int before = std::exchange(last_modem_bits_, bits);
+  RaiseLineChanges(before, bits, {TIOCM_CTS, TIOCM_DSR, TIOCM_CD, TIOCM_RI},
+                   [&](int16_t event) { return Raise(event, generation); });
 }
 
 int PosixSerialComm::WaitDescriptor() const { return fd_ >= 0 && !failed_ ? fd_ : -1; }

@@ -5,6 +5,7 @@
 
 #include "base/error.h"
 #include "base/text.h"
+#include "os/comm_events.h"
 #include "os/interrupt-win32.h"
 #include "os/serial_errors.h"
 
@@ -281,12 +282,7 @@ void Win32SerialComm::Fail(bool lost_line) {
 }
 
 bool Win32SerialComm::Raise(int16_t event, uint64_t generation) {
-  const int16_t outer = comm_event_;
-  comm_event_ = event;
-  // A copy, so that the handler may replace OnComm while it runs.
-  const std::function<void()> handler = OnComm;
-  if (handler) handler();
-  comm_event_ = outer;
+  CallOnComm(OnComm, comm_event_, event);
   return PortOpen() && generation_ == generation;
 }
 
@@ -310,18 +306,9 @@ void Win32SerialComm::DeliverPending() {
   if (!has_modem_lines_ || failed_) return;
   DWORD bits = 0;
   if (!ModemStatus(&bits)) return;
-  const DWORD changed = bits ^ last_modem_bits_;
-  last_modem_bits_ = bits;
-  static constexpr struct {
-    DWORD line;
-    CommEventNumber event;
-  } kLineEvents[] = {{MS_CTS_ON, kCommEvCTS},
-                     {MS_DSR_ON, kCommEvDSR},
-                     {MS_RLSD_ON, kCommEvCD},
-                     {MS_RING_ON, kCommEvRing}};
-  for (const auto& entry : kLineEvents) {
-    if ((changed & entry.line) != 0 && !Raise(entry.event, generation)) return;
-  }
+  const DWORD before = std::exchange(last_modem_bits_, bits);
+  RaiseLineChanges(before, bits, {MS_CTS_ON, MS_DSR_ON, MS_RLSD_ON, MS_RING_ON},
+                   [&](int16_t event) { return Raise(event, generation); });
 }
 
 int Win32SerialComm::WaitLimitMs() const {
