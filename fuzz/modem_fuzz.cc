@@ -11,7 +11,7 @@
 using kw::fuzz::Require;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  kw::fuzz::Input input(data, size);
+  kw::fuzz::Input input{data, size};
   const int16_t timeout = static_cast<int16_t>(input.Byte() % 40) - 1;  // -1 to 38 seconds
   const uint8_t carrier = input.Byte();  // 0: never; else it rises (n - 1) * 250 ms after the dial
   kw::fuzz::VirtualLine line(input);

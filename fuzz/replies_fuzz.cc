@@ -85,7 +85,7 @@ void Ucp(kw::fuzz::VirtualLine& line, const kw::SmsMessage& msg) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  kw::fuzz::Input input(data, size);
+  kw::fuzz::Input input{data, size};
   const bool ucp = input.Byte() & 1;
   kw::fuzz::VirtualLine line(input);
   line.Connect();
