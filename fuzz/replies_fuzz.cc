@@ -13,7 +13,6 @@ using kw::fuzz::Require;
 
 namespace {
 
-const std::string kProbe = "\r", kRequest = "\x1bPG1secret\r", kHangUp = "ATH";
 /// Recipient 123 and message abc in one block with its checksum.
 const std::string kBlock = "\x02\x31\x32\x33\x0D\x61\x62\x63\x0D\x03\x31\x3D\x3B\x0D";
 
@@ -34,37 +33,46 @@ bool CameAfterLast(const kw::fuzz::VirtualLine& line, const std::string& piece, 
   return seen;
 }
 
-void Tap(kw::fuzz::VirtualLine& line, const kw::SmsMessage& msg) {
-  kw::SmsTapSender tap;
-  tap.modem = &line.link;
-  const int outcome = kw::fuzz::Outcome([&] {
-    tap.Login(L"secret");
-    if (tap.Authenticated) tap.Send(msg);
-  });
-  Require(outcome == 0 || (outcome >= 530 && outcome <= 539), "TAP ends in a documented way");
-  // Ten probes, at most 35 login passes (30 silent, 5 NAK), five blocks: a second each.
-  Require(line.ElapsedMs() <= 51'000, "TAP ends in bounded time");
-  Require(outcome != 0 || CameAfterLast(line, kBlock, '\x06'), "accepted only after an ACK");
-  Require(outcome != 538 || CameAfterLast(line, kBlock, '\x1e'), "rejected only after an RS");
-  line.TakeDown();
-  std::string written = line.runtime.written();
-  const int probes = TakeAll(written, kProbe), requests = TakeAll(written, kRequest);
-  const int blocks = TakeAll(written, kBlock);
-  TakeAll(written, kHangUp);
-  Require(written.empty() && probes >= 1 && probes <= 10 && requests <= 35 && blocks <= 5 &&
-              (requests > 0 || blocks == 0),
-          "TAP writes probes, then requests, then blocks, then ATH");
-}
+}  // namespace
 
-void Ucp(kw::fuzz::VirtualLine& line, const kw::SmsMessage& msg) {
-  kw::SmsUcpSender ucp;
-  ucp.OperationType = L"01";
-  ucp.TextLength = 320;
-  ucp.SenderNumber = L"678";
-  ucp.modem = &line.link;
-  const std::wstring frame = ucp.PrepareMessage(msg);
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  kw::fuzz::Input input{data, size};
+  const bool ucp = input.Byte() & 1;
+  kw::fuzz::VirtualLine line(input);
+  line.Connect();
+  kw::SmsMessage msg;
+  msg.ParsedRecipient = L"123";
+  msg.Message = L"abc";
+  if (!ucp) {
+    kw::SmsTapSender tap;
+    tap.modem = &line.link;
+    const int outcome = kw::fuzz::Outcome([&] {
+      tap.Login(L"secret");
+      if (tap.Authenticated) tap.Send(msg);
+    });
+    Require(outcome == 0 || (outcome >= 530 && outcome <= 539), "TAP ends in a documented way");
+    // Ten probes, at most 35 login passes (30 silent, 5 NAK), five blocks: a second each.
+    Require(line.ElapsedMs() <= 51'000, "TAP ends in bounded time");
+    Require(outcome != 0 || CameAfterLast(line, kBlock, '\x06'), "accepted only after an ACK");
+    Require(outcome != 538 || CameAfterLast(line, kBlock, '\x1e'), "rejected only after an RS");
+    line.TakeDown();
+    std::string written = line.runtime.written();
+    const int probes = TakeAll(written, "\r"), requests = TakeAll(written, "\x1bPG1secret\r");
+    const int blocks = TakeAll(written, kBlock);
+    TakeAll(written, "ATH");
+    Require(written.empty() && probes >= 1 && probes <= 10 && requests <= 35 && blocks <= 5 &&
+                (requests > 0 || blocks == 0),
+            "TAP writes probes, then requests, then blocks, then ATH");
+    return 0;
+  }
+  kw::SmsUcpSender sender;
+  sender.OperationType = L"01";
+  sender.TextLength = 320;
+  sender.SenderNumber = L"678";
+  sender.modem = &line.link;
+  const std::wstring frame = sender.PrepareMessage(msg);
   std::wstring said;
-  const int outcome = kw::fuzz::Outcome([&] { ucp.Send(frame); }, &said);
+  const int outcome = kw::fuzz::Outcome([&] { sender.Send(frame); }, &said);
   Require(std::set<int>{0, 557, 558, 559}.count(outcome), "UCP ends in a documented way");
   Require(line.ElapsedMs() <= 28'000, "UCP ends within 2 s and five times five polls");
   // The first STX of all that came marks the reply; its letter stands 15 bytes on.
@@ -78,20 +86,7 @@ void Ucp(kw::fuzz::VirtualLine& line, const kw::SmsMessage& msg) {
   line.TakeDown();
   std::string written = line.runtime.written();
   const int frames = TakeAll(written, kw::ToLine(frame));
-  TakeAll(written, kHangUp);
+  TakeAll(written, "ATH");
   Require(written.empty() && frames >= 1 && frames <= 5, "UCP writes the frame, then ATH");
-}
-
-}  // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  kw::fuzz::Input input{data, size};
-  const bool ucp = input.Byte() & 1;
-  kw::fuzz::VirtualLine line(input);
-  line.Connect();
-  kw::SmsMessage msg;
-  msg.ParsedRecipient = L"123";
-  msg.Message = L"abc";
-  ucp ? Ucp(line, msg) : Tap(line, msg);
   return 0;
 }
