@@ -7,8 +7,8 @@
 #include "base/text.h"
 #include "frontend/command_line.h"
 #include "frontend/string_util.h"
-#include "fuzz_link.h"
 #include "os/raw_command_line.h"
+#include "require.h"
 
 using kw::fuzz::Require;
 
