@@ -76,7 +76,9 @@ void ExpectRun(const RunCase& c) {
   SmsSender sender;  // closes its port on the modem, which outlives it
   sender.Settings = settings;
   const bool unplug = number("unplug");
-  sender.OnBeforeSend = [&] { sender.Link().IsConnected = !unplug; };
+  sender.OnBeforeSend = [&] {
+    if (unplug) sender.Link().IsConnected = false, sender.Link().comm->SetPortOpen(false);
+  };
   if (keys.count("stop"))
     runtime.At(start + number("stop"), [] { NoteInterruptRequest(L"SIGTERM"); });
   modem.SetCentre(
@@ -86,6 +88,7 @@ void ExpectRun(const RunCase& c) {
   EXPECT_FALSE(sender.Link().comm && sender.Link().comm->PortOpen());
   EXPECT_EQ(runtime.now_ms() - start, c.ms);
   EXPECT_EQ(runtime.written(), c.written);
+  EXPECT_EQ(runtime.transcript().empty(), c.written.empty());  // never opened, or wrote
 }
 
 std::string CapturedStdoutLf() {
