@@ -32,22 +32,17 @@ TEST(PortLock, TakesThroughASymlinkKeepsOthersOutAndRemovesOnlyItsOwnOrAStaleOne
   EXPECT_EQ(FileBytes(lock_file), "theirs");
   EXPECT_EQ(PortLock(locks + "/missing").Take(device), PortLock::Result::kUnavailable);
 
-  // Held: by a live process (in either form), or fresh and not yet written. Taken: of a process
-  // that is gone (no process has the id pid_max), of our own id (left by an earlier process),
-  // old and empty or garbage. Each row: the text and its age in seconds.
+  // Held: by a live process (in either form), or empty and fresh (not yet written). Taken: of a
+  // process that is gone (no process has the id pid_max), of our own id (left by an earlier
+  // process), old and without an id. Files that are not empty are made 100 seconds old.
   const int gone = std::stoi(FileBytes("/proc/sys/kernel/pid_max"));
-  const std::pair<std::string, int> cases[] = {{PortLockText(getppid()), 100},
-                                               {std::to_string(getppid()) + "\n", 100},
-                                               {"", 0},
-                                               {PortLockText(gone), 0},
-                                               {PortLockText(getpid()), 0},
-                                               {"", 100},
-                                               {"abc\n", 100}};
   std::string taken;
-  for (const auto& [text, age_s] : cases) {
+  for (const std::string& text :
+       {PortLockText(getppid()), std::to_string(getppid()) + "\n", std::string(),
+        PortLockText(gone), PortLockText(getpid()), std::string("\n"), std::string("abc\n")}) {
     std::ofstream(lock_file) << text;
-    std::filesystem::last_write_time(
-        lock_file, std::filesystem::file_time_type::clock::now() - std::chrono::seconds(age_s));
+    std::filesystem::last_write_time(lock_file, std::filesystem::file_time_type::clock::now() -
+                                                    std::chrono::seconds(text.empty() ? 0 : 100));
     taken += other.Take(device) == PortLock::Result::kTaken ? 'T' : 'H';
     EXPECT_EQ(FileBytes(lock_file), taken.back() == 'T' ? PortLockText(getpid()) : text);
     other.Release();
