@@ -3,6 +3,7 @@
 #include <map>
 #include <sstream>
 
+#include "base/error.h"
 #include "base/text.h"
 #include "os/interrupt.h"
 #include "sending/sms_sender.h"

@@ -60,7 +60,8 @@ class Rig {
   pid_t sim_ = -1;
 };
 
-/// What the program sent to the simulator, as the transcript shows it, joined.
+/// What the program sent to the simulator, as the transcript shows it, joined; repeated TAP
+/// probes before the login count once.
 std::string Sent(const std::string& transcript);
 /// Whether the runs go to the Windows program under Wine (KW_WINE_PROGRAM and KW_WINE_LAUNCHER).
 bool UnderWine();
