@@ -1,85 +1,101 @@
 #include "line_fixture.h"
 
-#include <algorithm>
+#include <map>
+#include <sstream>
 
-#include "frontend/logging.h"
+#include "base/error.h"
+#include "base/text.h"
+#include "os/interrupt.h"
+#include "sending/sms_sender.h"
+#include "sim/centre_factory.h"
+#include "sim/virtual_runtime.h"
 
 namespace kw::test {
 
-LineFixture::LineFixture() {
-  settings_->Protocol = L"TAP";
-  settings_->Port = L"1";
-  settings_->ConnectionTimeout = L"20";
-  settings_->SmsCenterNumber = L"0612 345";
-  sender_.Settings = settings_;
-  UseModem(sim::ModemScenario{});
-}
-
-LineFixture::~LineFixture() { DebugMode = false; }
-
-void LineFixture::UseModem(const sim::ModemScenario& scenario, std::unique_ptr<sim::Peer> centre) {
-  modem_peer_ = std::make_unique<sim::SimModem>(scenario);
-  if (centre) modem_peer_->SetCentre(std::move(centre));
-  runtime_.set_peer(modem_peer_.get());
-}
-
-std::unique_ptr<Error> LineFixture::Send(const std::wstring& recipient, const std::wstring& text) {
-  message_.Recipient = recipient;
-  message_.Message = text;
+std::string Outcome(const std::function<void()>& step) {
   try {
-    sender_.SendSms(message_);
-    return nullptr;
+    step();
+    return "ok";
   } catch (const Error& e) {
-    return std::make_unique<Error>(e);
+    const int64_t n = e.number() < 0 ? int64_t{e.number()} - ErrorBase : e.number();
+    const std::wstring source = e.source().empty() ? L"" : e.source() + L": ";
+    return "[" + std::to_string(n) + "] " + ToLine(source + e.description());
   }
 }
 
-std::vector<std::string> LineFixture::SendWithDebug(std::unique_ptr<Error>* error) {
-  DebugMode = true;
-  testing::internal::CaptureStdout();
-  *error = Send();
-  const std::string out = CapturedStdoutLf();
-  DebugMode = false;
-  std::vector<std::string> texts;
-  for (size_t at = 0; at < out.size();) {
-    const size_t end = std::min(out.find('\n', at), out.size());
-    const std::string line = out.substr(at, end - at);
-    texts.push_back(line.substr(line.find('\t') + 1));
-    at = end + 1;
+std::string Times(const std::string& text, int count) {
+  return count > 0 ? text + Times(text, count - 1) : "";
+}
+
+void ExpectRun(const RunCase& c) {
+  SCOPED_TRACE(c.setup);
+  std::map<std::string, std::string> keys;
+  std::istringstream items(
+      "Protocol=TAP;Port=1;ConnectionTimeout=20;SmsCenterNumber=0612 345;OpType=01;"
+      "TextLength=320;SenderNumber=678;Authentication=pw;" +
+      c.setup);
+  for (std::string item; std::getline(items, item, ';');) {
+    const size_t equals = item.find('=');
+    keys[item.substr(0, equals)] = equals == std::string::npos ? "1" : item.substr(equals + 1);
   }
-  return texts;
+  // Takes the key out, so that the centre gets what is left.
+  auto take = [&keys](const std::string& key, std::string value = "0") {
+    if (keys.count(key)) value = keys[key], keys.erase(key);
+    return value;
+  };
+  auto number = [&take](const std::string& key) { return std::stoll(take(key)); };
+  auto settings = std::make_shared<SmsSettings>();
+  const char* names[] = {"Protocol",        "Port",   "ConnectionTimeout", "DialPrefix",
+                         "SmsCenterNumber", "OpType", "TextLength",        "SenderNumber",
+                         "Authentication"};
+  std::wstring* fields[] = {&settings->Protocol,          &settings->Port,
+                            &settings->ConnectionTimeout, &settings->DialPrefix,
+                            &settings->SmsCenterNumber,   &settings->OpType,
+                            &settings->TextLength,        &settings->SenderNumber,
+                            &settings->Authentication};
+  for (int i = 0; i < 9; ++i) *fields[i] = FromLine(take(names[i], ""));
+  sim::ModemScenario scenario;
+  scenario.dial_result = take("result", scenario.dial_result);
+  scenario.silent = number("noanswer");
+  scenario.split = std::max(1LL, number("chunks"));
+  scenario.split_gap_ms = std::stoll(take("chunk_gap", "50"));
+  scenario.lf_cr = number("lfcr");
+  scenario.leading_lines.assign(number("ring"), "RING");
+  scenario.carrier_delay_ms = number("late");
+  if (scenario.carrier_delay_ms > 0) scenario.carrier = sim::CarrierMode::kLate;
+  if (scenario.carrier_delay_ms < 0) scenario.carrier = sim::CarrierMode::kNever;
+  SmsMessage message;
+  message.Recipient = FromLine(take("to", "+1 (234) 5"));
+  message.Message = FromLine(take("text", "abc"));
+
+  const int64_t start = std::stoll(take("start", "1000000"));
+  sim::VirtualRuntime runtime(start);
+  ScopedRuntime installed(runtime);
+  runtime.set_open_fails(number("openfails"));
+  sim::SimModem modem(scenario);
+  runtime.set_peer(&modem);
+  SmsSender sender;  // closes its port on the modem, which outlives it
+  sender.Settings = settings;
+  const bool unplug = number("unplug");
+  sender.OnBeforeSend = [&] {
+    if (unplug) sender.Link().IsConnected = false, sender.Link().comm->SetPortOpen(false);
+  };
+  if (keys.count("stop"))
+    runtime.At(start + number("stop"), [] { NoteInterruptRequest(L"SIGTERM"); });
+  modem.SetCentre(
+      sim::MakeCentre(take("centre", settings->Protocol == L"UCP" ? "ucp" : "tap"), keys));
+  EXPECT_EQ(Outcome([&] { sender.SendSms(message); }), c.want);
+  ForgetInterruptRequest();
+  EXPECT_FALSE(sender.Link().comm && sender.Link().comm->PortOpen());
+  EXPECT_EQ(runtime.now_ms() - start, c.ms);
+  EXPECT_EQ(runtime.written(), c.written);
+  EXPECT_EQ(runtime.transcript().empty(), c.written.empty());  // never opened, or wrote
 }
 
 std::string CapturedStdoutLf() {
-  const std::string out = testing::internal::GetCapturedStdout();
-  std::string lf;
-  lf.reserve(out.size());
-  for (size_t i = 0; i < out.size(); ++i) {
-    if (!(out[i] == '\r' && i + 1 < out.size() && out[i + 1] == '\n')) lf.push_back(out[i]);
-  }
-  return lf;
-}
-
-std::vector<std::string> LineFixture::Lines(const std::string& prefix) const {
-  std::vector<std::string> found;
-  for (const std::string& line : runtime_.transcript()) {
-    if (line.rfind(prefix, 0) == 0) found.push_back(line);
-  }
-  return found;
-}
-
-void UseConnectedLink(modem& link, bool open) {
-  link.Initialize(L"1");
-  link.comm->SetPortOpen(open);
-  link.IsConnected = true;
-}
-
-bool InOrder(const std::vector<std::string>& haystack, const std::vector<std::string>& needles) {
-  size_t next = 0;
-  for (const std::string& line : haystack) {
-    if (next < needles.size() && line == needles[next]) ++next;
-  }
-  return next == needles.size();
+  std::string out = testing::internal::GetCapturedStdout();
+  for (size_t at; (at = out.find("\r\n")) != std::string::npos;) out.erase(at, 1);
+  return out;
 }
 
 }  // namespace kw::test

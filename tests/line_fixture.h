@@ -3,59 +3,61 @@
 
 #include <gtest/gtest.h>
 
-#include <memory>
+#include <cstdint>
+#include <functional>
 #include <string>
-#include <vector>
 
-#include "base/error.h"
-#include "config/sms_settings.h"
-#include "sending/sms_message.h"
-#include "sending/sms_sender.h"
-#include "sim/sim_modem.h"
-#include "sim/virtual_runtime.h"
+#include "sim/peer.h"
 
 namespace kw::test {
 
-/// A whole send under the virtual clock: settings, a sender, and the simulated modem with an
-/// optional centre behind it on the far side of the fake port.
-class LineFixture : public testing::Test {
- protected:
-  LineFixture();
-  ~LineFixture() override;
+/// "ok", or the error the step raised as "[n] source: description"; the program's own errors
+/// count n from ErrorBase and carry no source, so they read "[n] description".
+std::string Outcome(const std::function<void()>& step);
 
-  /// Sets the modem up with the scenario (and the centre) before the run.
-  void UseModem(const sim::ModemScenario& scenario, std::unique_ptr<sim::Peer> centre = nullptr);
+/// The error line of a run that a SIGTERM ends.
+inline const std::string kStopped =
+    "[18] Kestrawind: Interrupted by SIGTERM before the send was confirmed";
 
-  /// Runs SendSms; gives the error it raised, or null on success.
-  std::unique_ptr<Error> Send(const std::wstring& recipient = L"0612345678",
-                              const std::wstring& text = L"hello world");
-  /// Runs SendSms under /DEBUG and gives the debug texts, without their stamps.
-  std::vector<std::string> SendWithDebug(std::unique_ptr<Error>* error);
+/// The text repeated count times.
+std::string Times(const std::string& text, int count);
 
-  /// The transcript's lines that match a prefix ("> ", "< ", "--").
-  std::vector<std::string> Lines(const std::string& prefix) const;
-
-  sim::VirtualRuntime runtime_{1'000'000};
-  int64_t start_ms_ = 1'000'000;
-  ScopedRuntime installed_{runtime_};
-  std::shared_ptr<SmsSettings> settings_ = std::make_shared<SmsSettings>();
-  /// Made before the sender, so that the sender's port closes while the modem is still there.
-  std::unique_ptr<sim::SimModem> modem_peer_;
-  SmsSender sender_;
-  SmsMessage message_;
+/// One whole send under the virtual clock, and what it should come to.
+struct RunCase {
+  /// "key=value" items joined by ';' (a bare key means "1"). An SmsSettings field by its name:
+  /// Protocol (TAP), Port (1), ConnectionTimeout (20), DialPrefix, SmsCenterNumber ("0612 345"),
+  /// OpType (01), TextLength (320), SenderNumber (678), Authentication (pw). The modem's result
+  /// and how it comes: noanswer, chunks, chunk_gap (ms), lfcr, ring (RING lines before it), late
+  /// (the carrier that many ms after it; -1 never). The message: to ("+1 (234) 5") and text
+  /// ("abc"). The run: start (the clock, ms), openfails, stop (a SIGTERM that many ms after the
+  /// start), unplug (the port closes and the link counts as down just before the protocol sends).
+  /// Every other key is an option of the centre behind the modem, whose kind is centre (tap, ucp or
+  /// none; tap or ucp after Protocol).
+  std::string setup;
+  /// The outcome, as Outcome gives it.
+  std::string want;
+  /// From the start of the run to its end.
+  int64_t ms;
+  /// Every byte the program wrote, in order.
+  std::string written;
 };
 
-/// Sets the link up on the installed runtime's serial port, open or not, and counts it as
-/// connected, as a protocol sender finds it after a dial.
-void UseConnectedLink(modem& link, bool open = true);
+/// Runs the case and checks its outcome, its duration, its bytes and that the port ends closed.
+void ExpectRun(const RunCase& c);
+
+/// A simulated peer's line that keeps what is put on it as text: "at_ms:bytes" for each send,
+/// "[CD]" and "[no CD]" for the carrier.
+struct RecordingLine : sim::PeerLine {
+  void SendAt(int64_t at, const std::string& b) override { log += std::to_string(at) + ":" + b; }
+  void SetCarrier(bool high) override { log += high ? "[CD]" : "[no CD]"; }
+  void Note(const std::string&) override {}
+  std::string log;
+};
 
 /// Ends a capture of standard output and gives it with CR LF read as LF, alike on every platform:
 /// the capture reads back in text mode on Windows, which drops the CR. (The line ends themselves
 /// are checked byte for byte end to end.)
 std::string CapturedStdoutLf();
-
-/// Whether the needles stand in the haystack in this order (other lines may stand between).
-bool InOrder(const std::vector<std::string>& haystack, const std::vector<std::string>& needles);
 
 }  // namespace kw::test
 

@@ -1,56 +1,29 @@
 // The program's own tests only send sound blocks and frames; the simulated centres must refuse
 // the others, or a broken block or frame would pass end to end.
-#include <gtest/gtest.h>
-
-#include <string>
-#include <tuple>
-
-#include "sim/tap_centre.h"
-#include "sim/ucp_centre.h"
+#include "line_fixture.h"
+#include "sim/centre_factory.h"
 
 namespace kw::sim {
-namespace {
 
-/// Keeps the bytes a centre puts on its line.
-class RecordingLine : public PeerLine {
- public:
-  void SendAt(int64_t, const std::string& bytes) override { sent += bytes; }
-  void SetCarrier(bool) override {}
-  void Note(const std::string&) override {}
-  std::string sent;
-};
-
-TEST(TapCentreTest, NaksABlockItCantTrust) {
-  const std::tuple<std::string, std::string, std::string> cases[] = {
-      {"123\rabc\r", "1=;", kTapAck},
-      {"123\rabc\r", "1DB", kTapNak},  // checksum
-      {"123\r", "0:8", kTapNak},       // no CR behind the message
+TEST(CentresTest, AnswerOnlyTheBlocksAndFramesTheyCanTrust) {
+  const std::string login = "\r\x1bPG1\r\002123\r", loggedIn = "50:ID=50:\x06\x1b[p\r150:";
+  const std::tuple<const char*, std::string, std::string> cases[] = {
+      {"tap", login + "abc\r\0031=;\r", loggedIn + "\x06"},
+      {"tap", login + "abc\r\0031DB\r", loggedIn + "\x15"},  // checksum
+      {"tap", login + "\0030:8\r", loggedIn + "\x15"},       // no CR behind the message
+      // Noise, then a frame in two pieces.
+      {"ucp", "ATH\00201/00036/O/01/12345/678//3/616263/C0\x03", "01/00019/R/01/A//69"},
+      {"ucp", "ATH\00201/00036/O/01/12345/678//3/616263/C1\x03", "01/00022/R/01/N/01//00"},
+      {"ucp", "ATH\00201/00035/O/01/12345/678//3/616263/BF\x03", "01/00022/R/01/N/02//01"},
+      {"ucp", "ATH\00201/00017/O/99//05\x03", "01/00022/R/99/N/03//13"},
   };
-  for (const auto& [fields, sum, answer] : cases) {
-    TapCentre centre{TapScenario{}};
-    RecordingLine line;
-    centre.OnBytes(0, "\r\x1bPG1\r", line);
-    line.sent.clear();
-    centre.OnBytes(1000, "\x02" + fields + "\x03" + sum + "\r", line);
-    EXPECT_EQ(line.sent, answer) << fields << sum;
+  for (const auto& [kind, bytes, answer] : cases) {
+    const std::unique_ptr<Peer> centre = MakeCentre(kind, {});
+    test::RecordingLine line;
+    centre->OnBytes(0, bytes.substr(0, 10), line);
+    centre->OnBytes(100, bytes.substr(10), line);
+    EXPECT_EQ(line.log, kind[0] == 't' ? answer : "300:\x02" + answer + "\x03") << bytes;
   }
 }
 
-TEST(UcpCentreTest, RefusesAFrameItCantTrust) {
-  const std::pair<std::string, std::string> cases[] = {
-      {"01/00036/O/01/12345/678//3/616263/C0", "01/00019/R/01/A//69"},
-      {"01/00036/O/01/12345/678//3/616263/C1", "01/00022/R/01/N/01//00"},  // checksum
-      {"01/00035/O/01/12345/678//3/616263/BF", "01/00022/R/01/N/02//01"},  // length
-      {"01/00017/O/99//05", "01/00022/R/99/N/03//13"},                     // operation
-  };
-  for (const auto& [frame, reply] : cases) {
-    UcpCentre centre{UcpScenario{}};
-    RecordingLine line;
-    centre.OnBytes(0, "ATH\x02" + frame.substr(0, 10), line);  // noise, then half a frame
-    centre.OnBytes(100, frame.substr(10) + "\x03", line);
-    EXPECT_EQ(line.sent, "\x02" + reply + "\x03") << frame;
-  }
-}
-
-}  // namespace
 }  // namespace kw::sim

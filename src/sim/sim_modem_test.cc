@@ -1,95 +1,32 @@
 #include "sim/sim_modem.h"
 
-#include <memory>
-#include <string>
-#include <utility>
-#include <vector>
-
-#include "gtest/gtest.h"
+#include "line_fixture.h"
+#include "sim/centre_factory.h"
 
 namespace kw::sim {
-namespace {
 
-/// Keeps everything the modem does to the line, with no clock of its own.
-struct RecordingLine : PeerLine {
-  void SendAt(int64_t at_ms, const std::string& bytes) override { sent.emplace_back(at_ms, bytes); }
-  void SetCarrier(bool high) override { carrier.push_back(high); }
-  void Note(const std::string&) override {}
-  std::vector<std::pair<int64_t, std::string>> sent;
-  std::vector<bool> carrier;
-};
-
-/// A centre that keeps what it gets; "BYE" makes it answer "ack" 100 ms later and hang up twice.
-struct FakeCentre : Peer {
-  void OnBytes(int64_t now_ms, const std::string& bytes, PeerLine& line) override {
-    received += bytes;
-    if (bytes != "BYE") return;
-    line.SendAt(now_ms + 100, "ack");
-    line.SetCarrier(false);
-    line.SetCarrier(false);
-  }
-  void OnClose(int64_t, PeerLine&) override { ++closes; }
-  std::string received;
-  int closes = 0;
-};
-
-/// A modem with a centre behind it, dialled at 0: CONNECT and the carrier come at 300.
-struct Call {
-  Call() {
-    auto owned = std::make_unique<FakeCentre>();
-    centre = owned.get();
-    modem.SetCentre(std::move(owned));
-    modem.OnBytes(0, "ATDT5\r", line);
-  }
-  /// Plays the modem's timers up to until_ms, as a driver's virtual clock would.
-  void RunTimers(int64_t until_ms) {
-    for (int64_t due; (due = modem.NextTimerMs()) != kNoTimer && due <= until_ms;) {
-      modem.OnTimer(due, line);
-    }
-  }
+// A dial is answered 300 ms later with CONNECT and the carrier. In data mode even "ATH" is data,
+// and the centre's hang-up comes after its last bytes. Closing the port hangs up whatever the
+// modem was doing: nothing of the old call comes later, and the centre starts afresh.
+TEST(SimModemTest, PassesDataUntilTheCentreHangsUpAndForgetsTheCallAtTheClose) {
   SimModem modem{ModemScenario{}};
-  RecordingLine line;
-  FakeCentre* centre;
-};
-
-/// What went on the line: when, and which bytes.
-using Sent = std::vector<std::pair<int64_t, std::string>>;
-
-TEST(SimModemTest, DataModePassesEverythingToTheCentreUntilItHangsUp) {
-  Call call;
-  call.RunTimers(300);
-  call.line.sent.clear();
-  call.modem.OnBytes(410, "ATH", call.line);  // a real modem takes this for data too
-  call.modem.OnBytes(420, "AT\r", call.line);
-  EXPECT_EQ(call.centre->received, "ATHAT\r");
-  EXPECT_TRUE(call.line.sent.empty());  // no OK: none of it was a command
-
-  call.modem.OnBytes(500, "BYE", call.line);  // the hang-up waits for the centre's last bytes
-  call.RunTimers(60000);
-  EXPECT_EQ(call.line.sent, (Sent{{600, "ack"}, {600, "\r\nNO CARRIER\r\n"}}));
-  EXPECT_EQ(call.line.carrier, (std::vector<bool>{true, false}));
-  call.modem.OnBytes(700, "AT\r", call.line);
-  EXPECT_EQ(call.line.sent.back(), (std::pair<int64_t, std::string>{700, "\r\nOK\r\n"}));
-  EXPECT_EQ(call.centre->closes, 0);
+  modem.SetCentre(MakeCentre("tap", {{"drop", "probe:1"}}));  // drops after the first prompt
+  test::RecordingLine line;
+  modem.OnBytes(0, "ATDT5\r", line);
+  modem.OnTimer(300, line);
+  modem.OnBytes(400, "ATH\r", line);
+  modem.OnTimer(450, line);
+  modem.OnBytes(700, "ATZ\r", line);
+  modem.OnClose(800, line);
+  modem.OnBytes(1000, "ATDT5\r", line);
+  modem.OnTimer(1300, line);
+  modem.OnBytes(1400, "\r", line);
+  modem.OnClose(1400, line);  // before the centre's hang-up
+  EXPECT_EQ(modem.NextTimerMs(), kNoTimer);
+  modem.OnBytes(5000, "AT\r", line);
+  EXPECT_EQ(line.log,
+            "300:\r\nCONNECT 9600\r\n[CD]450:ID=450:\r\nNO CARRIER\r\n[no CD]700:\r\nOK\r\n"
+            "1300:\r\nCONNECT 9600\r\n[CD]1450:ID=[no CD]5000:\r\nOK\r\n");
 }
 
-TEST(SimModemTest, CloseHangsUpAndForgetsTheCall) {
-  for (const int64_t close_at : {100, 400}) {  // while dialling, in data mode
-    SCOPED_TRACE(close_at);
-    Call call;
-    call.RunTimers(close_at);
-    call.modem.OnBytes(close_at, "AT", call.line);  // half a line, or data
-    call.modem.OnClose(close_at, call.line);
-    EXPECT_EQ(call.centre->closes, 1);
-    EXPECT_EQ(call.line.carrier,
-              close_at > 300 ? (std::vector<bool>{true, false}) : (std::vector<bool>{}));
-    EXPECT_EQ(call.modem.NextTimerMs(), kNoTimer);  // nothing of the old call comes later
-    call.line.sent.clear();
-    call.modem.OnBytes(5000, "\r", call.line);  // the half line went with the close
-    call.modem.OnBytes(5010, "AT\r", call.line);
-    EXPECT_EQ(call.line.sent, (Sent{{5010, "\r\nOK\r\n"}}));
-  }
-}
-
-}  // namespace
 }  // namespace kw::sim

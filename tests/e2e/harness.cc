@@ -1,18 +1,22 @@
 #include "e2e/harness.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <signal.h>
+#include <sys/file.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <cerrno>
+#include <atomic>
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <map>
+#include <regex>
 #include <sstream>
 #include <stdexcept>
 #include <thread>
@@ -23,327 +27,235 @@
 namespace kw::e2e {
 namespace {
 
-using Clock = std::chrono::steady_clock;
+constexpr int kRunning = -1000;
 
-/// Milliseconds until the deadline, never below 0.
-int MsLeft(Clock::time_point deadline) {
-  const auto left =
-      std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
-  return left < 0 ? 0 : static_cast<int>(left);
-}
-
-/// The test's own environment, or none for empty, with the entries of env ("NAME=value") put in
-/// or over it.
-std::vector<std::string> Environment(const std::vector<std::string>& env, bool empty = false) {
-  std::vector<std::string> entries;
-  for (char** entry = empty ? nullptr : environ; entry && *entry; ++entry) {
-    const std::string text = *entry;
-    const std::string name = text.substr(0, text.find('=') + 1);
-    const bool replaced = std::any_of(env.begin(), env.end(), [&](const std::string& e) {
-      return e.compare(0, name.size(), name) == 0;
-    });
-    if (!replaced) entries.push_back(text);
-  }
-  entries.insert(entries.end(), env.begin(), env.end());
-  return entries;
-}
-
-/// Starts path with argv (argv[0] included) in cwd, stdin from /dev/null; stdout and stderr go
-/// to the descriptors given, or stay the test's own for -1; with the environment given.
-/// Everything the child does between fork and exec is async-signal-safe, so it is prepared here
-/// first.
-pid_t Spawn(const std::string& path, const std::vector<std::string>& argv, const std::string& cwd,
-            int out_fd, int err_fd, const std::vector<std::string>& environment,
-            const std::function<void()>& in_child = nullptr) {
-  std::vector<char*> args;
-  for (const std::string& arg : argv) args.push_back(const_cast<char*>(arg.c_str()));
-  args.push_back(nullptr);
-  std::vector<char*> envp;
-  for (const std::string& entry : environment) envp.push_back(const_cast<char*>(entry.c_str()));
-  envp.push_back(nullptr);
-  const int null_fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
-  if (null_fd < 0) throw std::runtime_error("can't open /dev/null");
-  sigset_t none;
-  sigemptyset(&none);
-  const pid_t pid = fork();
-  if (pid == 0) {
-    sigprocmask(SIG_SETMASK, &none, nullptr);
-    dup2(null_fd, 0);
-    if (out_fd >= 0) dup2(out_fd, 1);
-    if (err_fd >= 0) dup2(err_fd, 2);
-    if (!cwd.empty() && chdir(cwd.c_str()) != 0) _exit(127);
-    if (in_child) in_child();
-    execve(path.c_str(), args.data(), envp.data());
-    _exit(127);
-  }
-  close(null_fd);
-  if (pid < 0) throw std::runtime_error("fork failed");
-  return pid;
-}
-
-/// An environment variable, or "" when it is not set.
+/// An environment variable, or "".
 std::string Env(const char* name) {
   const char* value = std::getenv(name);
   return value ? value : "";
 }
 
-/// Writes the text as UTF-16LE, the form that the launcher reads.
-void WriteUtf16(const std::string& path, const std::wstring& text) {
-  std::string bytes;
-  for (wchar_t c : text) {
-    bytes.push_back(static_cast<char>(c & 0xFF));
-    bytes.push_back(static_cast<char>((c >> 8) & 0xFF));
-  }
-  std::ofstream file(path, std::ios::binary | std::ios::trunc);
-  file << bytes;
-  if (!file.flush()) throw std::runtime_error("can't write " + path);
-}
-
-/// Reaps the child, waiting at most timeout_ms; the raw wait status, or -1 if it still runs.
-int ReapWithin(pid_t pid, int timeout_ms) {
-  const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(timeout_ms);
-  for (;;) {
-    int status = 0;
-    const pid_t done = waitpid(pid, &status, WNOHANG);
-    if (done == pid) return status;
-    if (done < 0 && errno != EINTR) return -1;
-    if (MsLeft(deadline) == 0) return -1;
+/// Polls the condition every 10 ms for up to ms; whether it came true.
+bool WaitUntil(const std::function<bool()>& done, int ms) {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
+  while (!done()) {
+    if (std::chrono::steady_clock::now() >= end) return false;
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
+  return true;
 }
 
-/// The exit code of a wait status, or minus the signal.
-int StatusCode(int status) {
-  if (WIFEXITED(status)) return WEXITSTATUS(status);
-  if (WIFSIGNALED(status)) return -WTERMSIG(status);
-  return -1;
+/// Waits up to ms for the child: its exit code, minus its signal, or kRunning.
+int Reap(pid_t pid, int ms) {
+  int status = 0;
+  if (!WaitUntil([&] { return waitpid(pid, &status, WNOHANG) == pid; }, ms)) return kRunning;
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+}
+
+/// Starts argv in dir with stdin from /dev/null, stdout and stderr to out and err (kept if -1).
+pid_t Spawn(const std::vector<std::string>& argv, const RunOptions& options, const std::string& dir,
+            int out, int err) {
+  std::map<std::string, std::string> vars;
+  const auto put = [&vars](const std::string& entry) {
+    vars[entry.substr(0, entry.find('='))] = entry;
+  };
+  for (char** entry = environ; entry && *entry; ++entry) put(*entry);
+  for (const std::string& entry : options.env) put(entry);
+  std::vector<char*> args, env;  // made before the fork: the child may only call safe functions
+  for (const std::string& arg : argv) args.push_back(const_cast<char*>(arg.c_str()));
+  for (const auto& var : vars) env.push_back(const_cast<char*>(var.second.c_str()));
+  args.push_back(nullptr);
+  env.push_back(nullptr);
+  const pid_t pid = fork();
+  if (pid == 0) {
+    setpgid(0, 0);  // a group of its own, which a time-out kills whole
+    dup2(open("/dev/null", O_RDONLY | O_CLOEXEC), 0);
+    if (out >= 0) dup2(out, 1);
+    if (err >= 0) dup2(err, 2);
+    if (!dir.empty() && chdir(dir.c_str()) != 0) _exit(127);
+    if (options.in_child) options.in_child();
+    execve(args[0], args.data(), env.data());
+    _exit(127);
+  }
+  if (pid < 0) throw std::runtime_error("fork failed");
+  return pid;
+}
+
+/// A path as the program names it: under Wine the same file on drive Z:.
+std::string ProgramPath(std::string path) {
+  if (!UnderWine()) return path;
+  for (char& c : path) c = c == '/' ? '\\' : c;
+  return "Z:" + path;
+}
+
+/// Whether a logger takes datagrams on /dev/log.
+bool LoggerListens() {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::snprintf(address.sun_path, sizeof address.sun_path, "/dev/log");
+  const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  const bool up = connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+  close(fd);
+  return up;
 }
 
 }  // namespace
 
-TempFolder::TempFolder() {
+Rig::Rig(const std::vector<std::string>& sim_args) {
   char name[] = "/tmp/kw-e2e-XXXXXX";
   if (!mkdtemp(name)) throw std::runtime_error("mkdtemp failed");
-  path_ = name;
-}
-
-TempFolder::~TempFolder() {
-  std::error_code ignored;
-  std::filesystem::remove_all(path_, ignored);
-}
-
-std::string TempFolder::File(const std::string& name) const { return path_ + "/" + name; }
-
-void TempFolder::CopyKestrawind() const {
+  dir_ = name;
   const bool wine = UnderWine();
   std::filesystem::copy_file(wine ? Env("KW_WINE_PROGRAM") : KW_BINARY,
-                             File(wine ? "kestrawind.exe" : "kestrawind"),
-                             std::filesystem::copy_options::overwrite_existing);
+                             File(wine ? "kestrawind.exe" : "kestrawind"));
+  if (sim_args.empty()) return;
+  std::vector<std::string> argv = {KW_SIM_BINARY, "--transcript", File("transcript.txt")};
+  argv.insert(argv.end(), sim_args.begin(), sim_args.end());
+  int ready[2];
+  if (pipe2(ready, O_CLOEXEC) != 0) throw std::runtime_error("pipe2 failed");
+  sim_ = Spawn(argv, {}, "", ready[1], -1);
+  close(ready[1]);
+  std::string line;  // "READY <pty>\n"; the simulator ends by itself if it can't serve
+  for (char c = 0; c != '\n' && read(ready[0], &c, 1) == 1;) line += c;
+  close(ready[0]);
+  if (line.rfind("READY ", 0) != 0) throw std::runtime_error("no READY from the sim: " + line);
+  pty_ = line.substr(6, line.size() - 7);
+}
+
+Rig::~Rig() {
+  if (sim_ > 0) {
+    kill(sim_, SIGTERM);
+    if (Reap(sim_, 5000) == kRunning) kill(sim_, SIGKILL), Reap(sim_, 5000);
+  }
+  std::error_code ignored;
+  std::filesystem::remove_all(dir_, ignored);
+}
+
+std::string Rig::Ini(const std::string& protocol, const std::string& provider,
+                     int timeout_s) const {
+  return "[Provider]\r\nProtocol=" + protocol + "\r\nSmsCenterNumber=" + kCentre + "\r\n" +
+         provider + "[Modem]\r\nPort=1\r\nConnectionTimeout=" + std::to_string(timeout_s) +
+         "\r\n[Ports]\r\n1=" + ProgramPath(pty_) + "\r\n";
+}
+
+void Rig::WriteIni(const std::string& bytes) const {
+  std::ofstream(File("kestrawind.ini"), std::ios::binary) << bytes;
+}
+
+RunResult Rig::Run(const std::vector<std::string>& args, const RunOptions& options) const {
+  static std::atomic<int> runs{0};
+  const std::string base = File("run" + std::to_string(++runs));
+  std::vector<std::string> argv = {options.program.empty() ? File("kestrawind") : options.program};
+  argv.insert(argv.end(), args.begin(), args.end());
+  if (UnderWine() && options.program.empty()) {
+    // Wine would re-quote a Unix argv: the launcher hands the program this raw line instead.
+    std::vector<std::wstring> wide;
+    for (const std::string& arg : args) wide.push_back(FromLocale(arg));
+    std::wstring line = L"\"" + FromLocale(ProgramPath(File("kestrawind.exe"))) + L"\"";
+    if (!wide.empty()) line += L" " + BuildRawCommandLine(wide);
+    std::string utf16;
+    for (wchar_t c : line) utf16 += {static_cast<char>(c & 0xFF), static_cast<char>(c >> 8)};
+    std::ofstream(base + ".line", std::ios::binary) << utf16;
+    argv = {Env("KW_WINE").empty() ? "/usr/bin/wine" : Env("KW_WINE"), Env("KW_WINE_LAUNCHER"),
+            ProgramPath(base + ".line")};
+  }
+  const int out = open((base + ".out").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
+  const int err = open((base + ".err").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
+  const pid_t pid = Spawn(argv, options, dir_, out, err);
+  close(out);
+  close(err);
+  if (options.started) options.started(pid);
+  RunResult result;
+  result.status = Reap(pid, 60000);
+  if (result.status == kRunning) kill(-pid, SIGKILL), result.status = Reap(pid, 5000);
+  result.out = ReadFile(base + ".out");
+  result.err = ReadFile(base + ".err");
+  return result;
+}
+
+std::string Rig::Transcript(const std::string& text, int count) const {
+  std::string transcript;
+  WaitUntil([&] { return Count(transcript = ReadFile(File("transcript.txt")), text) >= count; },
+            10000);
+  return transcript;
+}
+
+std::string Sent(const std::string& transcript) {
+  std::istringstream lines(transcript);
+  std::string sent;
+  for (std::string line; std::getline(lines, line);) {
+    const size_t tag = line.find_first_not_of(" 0123456789");  // behind the stamp in ms
+    if (line.compare(tag, 2, "> ") == 0) sent += line.substr(tag + 2);
+  }
+  // The first wait for the TAP prompt ends at the next whole second, which may come before the
+  // prompt does: then the program probes again, as it should. One probe stands for them all.
+  return std::regex_replace(sent, std::regex("<CR>(<CR>)+<ESC>"), "<CR><CR><ESC>");
 }
 
 bool UnderWine() { return !Env("KW_WINE_PROGRAM").empty() && !Env("KW_WINE_LAUNCHER").empty(); }
 
-std::string ConsoleBytes(const std::string& cp1252) {
-  if (UnderWine()) return cp1252;
-  std::string utf8;
-  for (const wchar_t c : FromLine(cp1252)) {
-    const auto code = static_cast<uint32_t>(c);  // all of Windows-1252 lies below U+10000
-    if (code < 0x80) {
-      utf8.push_back(static_cast<char>(code));
-    } else if (code < 0x800) {
-      utf8.push_back(static_cast<char>(0xC0 | code >> 6));
-      utf8.push_back(static_cast<char>(0x80 | (code & 0x3F)));
-    } else {
-      utf8.push_back(static_cast<char>(0xE0 | code >> 12));
-      utf8.push_back(static_cast<char>(0x80 | (code >> 6 & 0x3F)));
-      utf8.push_back(static_cast<char>(0x80 | (code & 0x3F)));
-    }
-  }
-  return utf8;
-}
-
-std::string PortPathForProgram(const std::string& path) {
-  if (!UnderWine()) return path;
-  std::string windows = "Z:" + path;
-  std::replace(windows.begin(), windows.end(), '/', '\\');
-  return windows;
-}
-
-void TempFolder::WriteIni(const std::string& bytes) const {
-  std::ofstream file(File("kestrawind.ini"), std::ios::binary | std::ios::trunc);
-  file << bytes;
-  if (!file.flush()) throw std::runtime_error("can't write kestrawind.ini");
-}
-
-SimProcess::SimProcess(const std::string& transcript_path, const std::vector<std::string>& args,
-                       int ready_timeout_ms)
-    : transcript_path_(transcript_path) {
-  std::vector<std::string> argv = {KW_SIM_BINARY, "--transcript", transcript_path};
-  argv.insert(argv.end(), args.begin(), args.end());
-  int pipe_fds[2];
-  if (pipe2(pipe_fds, O_CLOEXEC) != 0) throw std::runtime_error("pipe2 failed");
-  pid_ = Spawn(KW_SIM_BINARY, argv, "", pipe_fds[1], -1, Environment({}));
-  close(pipe_fds[1]);
-
-  std::string line;
-  const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(ready_timeout_ms);
-  while (line.find('\n') == std::string::npos) {
-    pollfd fd = {pipe_fds[0], POLLIN, 0};
-    const int left = MsLeft(deadline);
-    if (left == 0 || poll(&fd, 1, left) <= 0) break;
-    char buffer[256];
-    const ssize_t n = read(pipe_fds[0], buffer, sizeof buffer);
-    if (n <= 0) break;
-    line.append(buffer, static_cast<size_t>(n));
-  }
-  close(pipe_fds[0]);
-  const std::string kReady = "READY ";
-  const size_t end = line.find('\n');
-  if (line.compare(0, kReady.size(), kReady) != 0 || end == std::string::npos) {
-    kill(pid_, SIGKILL);
-    ReapWithin(pid_, 5000);
-    throw std::runtime_error("kestrawind-sim gave no READY line, got \"" + line + "\"");
-  }
-  pty_path_ = line.substr(kReady.size(), end - kReady.size());
-}
-
-SimProcess::~SimProcess() {
-  if (exit_code_ != -1 || pid_ < 0) return;
-  kill(pid_, SIGTERM);
-  if (ReapWithin(pid_, 5000) == -1) {
-    kill(pid_, SIGKILL);
-    ReapWithin(pid_, 5000);
-  }
-}
-
-int SimProcess::Wait(int timeout_ms) {
-  if (exit_code_ != -1) return exit_code_;
-  const int status = ReapWithin(pid_, timeout_ms);
-  if (status != -1) exit_code_ = StatusCode(status);
-  return exit_code_;
-}
-
-RunOptions WithEnvironment(std::vector<std::string> entries, bool empty) {
-  RunOptions options;
-  options.env = std::move(entries);
-  options.empty_environment = empty;
-  return options;
-}
-
-RunResult RunKestrawind(const std::string& folder, const std::vector<std::string>& args,
-                        int timeout_s, const RunOptions& options) {
-  std::string binary = options.program.empty() ? folder + "/kestrawind" : options.program;
-  std::vector<std::string> argv = {binary};
-  argv.insert(argv.end(), args.begin(), args.end());
-  if (UnderWine()) {
-    // The line that the native program rebuilds from its arguments, behind the program's quoted
-    // name, goes to the Windows program as it is.
-    std::wstring line = L"\"" + FromLocale(PortPathForProgram(folder + "/kestrawind.exe")) + L"\"";
-    std::vector<std::wstring> wide;
-    for (const std::string& arg : args) wide.push_back(FromLocale(arg));
-    if (!wide.empty()) line += L" " + BuildRawCommandLine(wide);
-    const std::string line_file = folder + "/launch-line.txt";
-    WriteUtf16(line_file, line);
-    binary = Env("KW_WINE").empty() ? "/usr/bin/wine" : Env("KW_WINE");
-    argv = {binary, Env("KW_WINE_LAUNCHER"), PortPathForProgram(line_file)};
-  }
-  int out_pipe[2];
-  int err_pipe[2];
-  if (pipe2(out_pipe, O_CLOEXEC) != 0) throw std::runtime_error("pipe2 failed");
-  if (pipe2(err_pipe, O_CLOEXEC) != 0) {
-    close(out_pipe[0]);
-    close(out_pipe[1]);
-    throw std::runtime_error("pipe2 failed");
-  }
-  const pid_t pid = Spawn(binary, argv, folder, out_pipe[1], err_pipe[1],
-                          Environment(options.env, options.empty_environment), options.in_child);
-  close(out_pipe[1]);
-  close(err_pipe[1]);
-  if (options.started) options.started(pid);
-
-  RunResult result;
-  const Clock::time_point deadline = Clock::now() + std::chrono::seconds(timeout_s);
-  bool killed = false;
-  pollfd fds[2] = {{out_pipe[0], POLLIN, 0}, {err_pipe[0], POLLIN, 0}};
-  std::string* sinks[2] = {&result.out, &result.err};
-  while (fds[0].fd >= 0 || fds[1].fd >= 0) {
-    const int left = MsLeft(deadline);
-    if (left == 0 && !killed) {
-      kill(pid, SIGKILL);  // the pipes close with it, and the loop ends
-      killed = true;
-    }
-    const int ready = poll(fds, 2, killed ? 1000 : left);
-    if (ready < 0 && errno != EINTR) break;
-    if (ready == 0 && killed) break;  // a grandchild holds the pipes: give up on them
-    for (int i = 0; i < 2; ++i) {
-      if (fds[i].fd < 0 || fds[i].revents == 0) continue;
-      char buffer[4096];
-      const ssize_t n = read(fds[i].fd, buffer, sizeof buffer);
-      if (n > 0) {
-        sinks[i]->append(buffer, static_cast<size_t>(n));
-      } else if (n == 0 || errno != EINTR) {
-        close(fds[i].fd);
-        fds[i].fd = -1;
-      }
-    }
-  }
-  for (const pollfd& fd : fds) {
-    if (fd.fd >= 0) close(fd.fd);
-  }
-  int status = ReapWithin(pid, killed ? 5000 : std::max(MsLeft(deadline), 1000));
-  if (status == -1) {
-    kill(pid, SIGKILL);
-    status = ReapWithin(pid, 5000);
-  }
-  result.status = status == -1 ? -1 : StatusCode(status);
-  return result;
-}
-
-std::string IniForSim(const std::string& protocol, const std::string& pty_path,
-                      const std::string& extra_lines, int connection_timeout_s) {
-  std::ostringstream ini;
-  ini << "[Provider]\r\n"
-      << "Protocol=" << protocol << "\r\n"
-      << "SmsCenterNumber=" << kSimCentreNumber << "\r\n"
-      << "[Modem]\r\n"
-      << "Port=1\r\n"
-      << "ConnectionTimeout=" << connection_timeout_s << "\r\n"
-      << "[Ports]\r\n"
-      << "1=" << PortPathForProgram(pty_path) << "\r\n"
-      << extra_lines;
-  return ini.str();
-}
-
-std::string ReadWholeFile(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
+std::string ReadFile(const std::string& path) {
   std::ostringstream bytes;
-  bytes << file.rdbuf();
+  bytes << std::ifstream(path, std::ios::binary).rdbuf();
   return bytes.str();
 }
 
-std::string WaitForTranscriptClose(const std::string& path, int timeout_ms) {
-  const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(timeout_ms);
-  for (;;) {
-    const std::string transcript = ReadWholeFile(path);
-    if (transcript.find(" -- close\n") != std::string::npos || MsLeft(deadline) == 0) {
-      return transcript;
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  }
+int Count(const std::string& text, const std::string& what) {
+  int n = 0;
+  for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
+  return n;
 }
 
-std::string JoinedChunks(const std::string& transcript, char direction) {
-  const std::string tag = std::string(1, direction) + " ";
-  std::istringstream lines(transcript);
-  std::string joined;
-  for (std::string line; std::getline(lines, line);) {
-    // "<ms> <tag> <text>": the stamp is right-aligned digits
-    const size_t stamp_end = line.find_first_not_of(" 0123456789");
-    if (stamp_end != std::string::npos && line.compare(stamp_end, tag.size(), tag) == 0) {
-      joined += line.substr(stamp_end + tag.size());
-    }
+SystemLog::SystemLog() {
+  // Test processes take turns, so each finds /dev/log as the one before it left it.
+  lock_ = open("/tmp/kestrawind-system-log.lock", O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+  if (geteuid() != 0 || access("/usr/sbin/rsyslogd", X_OK) != 0) {
+    problem_ = "needs root and rsyslog to start a logger on /dev/log";
+  } else if (!WaitUntil([this] { return flock(lock_, LOCK_EX | LOCK_NB) == 0; }, 60000)) {
+    problem_ = "another test process kept the system logger for a minute";
+  } else if (LoggerListens()) {
+    problem_ = "a logger that isn't ours listens on /dev/log";
   }
-  return joined;
+  if (!problem_.empty()) return;
+  unlink("/dev/log");  // the socket of a logger that was killed
+  char name[] = "/tmp/kw-syslog-XXXXXX";
+  dir_ = mkdtemp(name) ? name : "/tmp";
+  const std::string conf = dir_ + "/rsyslog.conf", pid_file = dir_ + "/pid";
+  std::ofstream(conf) << "module(load=\"imuxsock\" SysSock.Use=\"on\")\n"
+                      << "template(name=\"t\" type=\"string\" string=\"%syslogseverity-text% "
+                      << "%syslogtag%%msg%\\n\")\n*.* action(type=\"omfile\" file=\"" << dir_
+                      << "/log\" template=\"t\")\n";
+  pid_ = fork();
+  if (pid_ == 0) {
+    prctl(PR_SET_PDEATHSIG, SIGTERM);  // it goes with a test that dies
+    execl("/usr/sbin/rsyslogd", "rsyslogd", "-n", "-f", conf.c_str(), "-i", pid_file.c_str(),
+          static_cast<char*>(nullptr));
+    _exit(127);
+  }
+  if (!WaitUntil(LoggerListens, 5000)) problem_ = "rsyslogd did not open /dev/log";
+}
+
+SystemLog::~SystemLog() {
+  if (pid_ > 0) {
+    kill(pid_, SIGTERM);
+    if (Reap(pid_, 5000) == kRunning) kill(pid_, SIGKILL), Reap(pid_, 5000);
+  }
+  if (!dir_.empty()) std::filesystem::remove_all(dir_);
+  close(lock_);  // the next test process's turn
+}
+
+std::string SystemLog::WaitFor(const std::string& text) const {
+  std::string record;
+  WaitUntil(
+      [&] {
+        std::istringstream lines(ReadFile(dir_ + "/log"));
+        for (std::string line; std::getline(lines, line);) {
+          if (line.find(text) != std::string::npos) return !(record = line).empty();
+        }
+        return false;
+      },
+      5000);
+  return record;
 }
 
 }  // namespace kw::e2e

@@ -9,119 +9,85 @@
 
 namespace kw::e2e {
 
-/// The centre number that IniForSim puts in the ini, so a test can look for it in the dial.
-constexpr char kSimCentreNumber[] = "0800123456";
+/// The centre number in every ini that Rig::Ini writes.
+constexpr char kCentre[] = "0800123456";
 
-/// What one run of the program gave.
+/// What one run of the program gave: its output, and its exit code or minus its signal.
 struct RunResult {
   std::string out, err;
-  /// The exit code, or minus the signal that ended the program (-9 after a timeout).
   int status = -1;
 };
 
-/// A fresh folder under /tmp, removed with everything in it when the object goes.
-class TempFolder {
- public:
-  /// Raises std::runtime_error if the folder can't be made.
-  TempFolder();
-  ~TempFolder();
-  TempFolder(const TempFolder&) = delete;
-  TempFolder& operator=(const TempFolder&) = delete;
+/// What a test may add to a run.
+struct RunOptions {
+  /// Entries ("NAME=value") put over the test's environment.
+  std::vector<std::string> env;
+  /// Runs in the child right before exec: async-signal-safe calls only.
+  void (*in_child)() = nullptr;
+  /// Runs in the test once the program has started, with its pid.
+  std::function<void(pid_t)> started = nullptr;
+  /// A program to run natively in place of the folder's kestrawind (such as a shell).
+  std::string program = "";
+};
 
-  const std::string& path() const { return path_; }
+/// A fresh folder under /tmp with a copy of the program in it (the Windows program under Wine)
+/// and, given simulator arguments, a kestrawind-sim on a pty that writes transcript.txt there.
+/// The destructor stops the simulator and removes the folder.
+class Rig {
+ public:
+  explicit Rig(const std::vector<std::string>& sim_args = {});
+  ~Rig();
+  Rig(const Rig&) = delete;
+  Rig& operator=(const Rig&) = delete;
+
   /// The path of a file in the folder.
-  std::string File(const std::string& name) const;
-  /// Copies the built program into the folder as "kestrawind" (it reads its ini beside itself),
-  /// or the Windows program as "kestrawind.exe" under Wine.
-  void CopyKestrawind() const;
+  std::string File(const std::string& name) const { return dir_ + "/" + name; }
+  /// The simulator's pty.
+  const std::string& pty() const { return pty_; }
+  /// An ini that sends by the protocol through the pty, with more lines in [Provider].
+  std::string Ini(const std::string& protocol, const std::string& provider = "",
+                  int timeout_s = 20) const;
   /// Writes kestrawind.ini with exactly these bytes.
   void WriteIni(const std::string& bytes) const;
+  /// Runs the program in the folder (under Wine with exactly the raw line that the native
+  /// program rebuilds from its arguments), stdin from /dev/null; kills it after 60 s.
+  RunResult Run(const std::vector<std::string>& args, const RunOptions& options = {}) const;
+  /// The transcript once it holds the text count times, or as it is after 10 s.
+  std::string Transcript(const std::string& text = " -- close\n", int count = 1) const;
 
  private:
-  std::string path_;
+  std::string dir_, pty_;
+  pid_t sim_ = -1;
 };
 
-/// A running kestrawind-sim. The constructor starts it with the arguments (plus --transcript)
-/// and waits, bounded, for its READY line; the destructor stops it with SIGTERM and reaps it,
-/// bounded, then with SIGKILL.
-class SimProcess {
- public:
-  /// Raises std::runtime_error if the simulator doesn't report READY in time.
-  SimProcess(const std::string& transcript_path, const std::vector<std::string>& args,
-             int ready_timeout_ms = 5000);
-  ~SimProcess();
-  SimProcess(const SimProcess&) = delete;
-  SimProcess& operator=(const SimProcess&) = delete;
-
-  /// The pty slave that the program is to open.
-  const std::string& pty_path() const { return pty_path_; }
-  const std::string& transcript_path() const { return transcript_path_; }
-  /// Waits for the simulator to end by itself: its exit code, or -1 if it still runs.
-  int Wait(int timeout_ms);
-
- private:
-  pid_t pid_ = -1;
-  int exit_code_ = -1;
-  std::string pty_path_;
-  std::string transcript_path_;
-};
-
-/// What a test may add to a run of the program.
-struct RunOptions {
-  /// Runs in the child between fork and exec (after the standard descriptors are set up): only
-  /// async-signal-safe calls, such as close(1) or setuid().
-  std::function<void()> in_child;
-  /// Runs in the test as soon as the program has started, with its process id.
-  std::function<void(pid_t)> started;
-  /// The program to run in place of <folder>/kestrawind, with the arguments as its argv[1...].
-  std::string program;
-  /// Entries ("NAME=value") put in or over the environment.
-  std::vector<std::string> env;
-  /// Starts from an empty environment, as env -i does, instead of the test's own.
-  bool empty_environment = false;
-};
-
-/// Options that only put the entries in or over the environment (or in an empty one).
-RunOptions WithEnvironment(std::vector<std::string> entries, bool empty = false);
-
-/// Runs <folder>/kestrawind with the arguments (no shell), stdin from /dev/null, in the folder;
-/// collects stdout and stderr whole; kills it after timeout_s.
-RunResult RunKestrawind(const std::string& folder, const std::vector<std::string>& args,
-                        int timeout_s, const RunOptions& options = {});
-
-/// Whether the runs go to the Windows program under Wine rather than to the native one: when
-/// KW_WINE_PROGRAM names a cross-built kestrawind.exe and KW_WINE_LAUNCHER kw-launch.exe (KW_WINE
-/// may name wine itself). The program then gets the raw line that the native one would rebuild
-/// from its arguments, exactly, through the launcher.
+/// What the program sent to the simulator, as the transcript shows it, joined; repeated TAP
+/// probes before the login count once.
+std::string Sent(const std::string& transcript);
+/// Whether the runs go to the Windows program under Wine (KW_WINE_PROGRAM and KW_WINE_LAUNCHER).
 bool UnderWine();
+/// The whole file, or "".
+std::string ReadFile(const std::string& path);
+/// How many times the text stands in the string.
+int Count(const std::string& text, const std::string& what);
 
-/// The environment entry that gives the native program a UTF-8 locale, so that its console text
-/// is known; the Windows program writes the ANSI code page, Windows-1252 under Wine.
-constexpr char kUtf8Locale[] = "LC_ALL=C.UTF-8";
+/// A system logger of our own for one test: rsyslogd on /dev/log writing to a file, one test
+/// process of the machine at a time.
+class SystemLog {
+ public:
+  SystemLog();
+  ~SystemLog();
+  SystemLog(const SystemLog&) = delete;
+  SystemLog& operator=(const SystemLog&) = delete;
+  /// Why there is no logger (not root, no rsyslogd, another logger listens), or "".
+  const std::string& problem() const { return problem_; }
+  /// Polls up to 5 s for a record that holds the text: the record, or "".
+  std::string WaitFor(const std::string& text) const;
 
-/// The bytes that the program writes on its console for a text given as Windows-1252 bytes: the
-/// same bytes under Wine, their UTF-8 form natively (run under kUtf8Locale).
-std::string ConsoleBytes(const std::string& cp1252);
-
-/// How the program's ini names a device path: as it is, or under Wine as the same file on drive
-/// Z:, with backslashes.
-std::string PortPathForProgram(const std::string& path);
-
-/// The bytes of a kestrawind.ini that sends through the simulator's pty on port 1. The extra
-/// lines go at the end as they are (they may open sections of their own).
-std::string IniForSim(const std::string& protocol, const std::string& pty_path,
-                      const std::string& extra_lines = "", int connection_timeout_s = 20);
-
-/// The whole file, or "" if it can't be read.
-std::string ReadWholeFile(const std::string& path);
-
-/// Waits, bounded, until the transcript holds a "-- close" line; gives the transcript as it is
-/// then (the caller checks for the line).
-std::string WaitForTranscriptClose(const std::string& path, int timeout_ms);
-
-/// The readable texts of the transcript's chunks in one direction ('>' program to simulator,
-/// '<' simulator to program), joined, so that checks don't depend on how the bytes were cut.
-std::string JoinedChunks(const std::string& transcript, char direction);
+ private:
+  int lock_ = -1;
+  pid_t pid_ = -1;
+  std::string dir_, problem_;
+};
 
 }  // namespace kw::e2e
 
