@@ -45,15 +45,17 @@ void ExpectRun(const RunCase& c) {
   };
   auto number = [&take](const std::string& key) { return std::stoll(take(key)); };
   auto settings = std::make_shared<SmsSettings>();
-  const char* names[] = {"Protocol",        "Port",   "ConnectionTimeout", "DialPrefix",
-                         "SmsCenterNumber", "OpType", "TextLength",        "SenderNumber",
-                         "Authentication"};
-  std::wstring* fields[] = {&settings->Protocol,          &settings->Port,
-                            &settings->ConnectionTimeout, &settings->DialPrefix,
-                            &settings->SmsCenterNumber,   &settings->OpType,
-                            &settings->TextLength,        &settings->SenderNumber,
-                            &settings->Authentication};
-  for (int i = 0; i < 9; ++i) *fields[i] = FromLine(take(names[i], ""));
+  const std::pair<const char*, std::wstring SmsSettings::*> fields[] = {
+      {"Protocol", &SmsSettings::Protocol},
+      {"Port", &SmsSettings::Port},
+      {"ConnectionTimeout", &SmsSettings::ConnectionTimeout},
+      {"DialPrefix", &SmsSettings::DialPrefix},
+      {"SmsCenterNumber", &SmsSettings::SmsCenterNumber},
+      {"OpType", &SmsSettings::OpType},
+      {"TextLength", &SmsSettings::TextLength},
+      {"SenderNumber", &SmsSettings::SenderNumber},
+      {"Authentication", &SmsSettings::Authentication}};
+  for (const auto& [name, field] : fields) (*settings).*field = FromLine(take(name, ""));
   sim::ModemScenario scenario;
   scenario.dial_result = take("result", scenario.dial_result);
   scenario.silent = number("noanswer");

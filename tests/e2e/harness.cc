@@ -131,11 +131,10 @@ Rig::~Rig() {
   std::filesystem::remove_all(dir_, ignored);
 }
 
-std::string Rig::Ini(const std::string& protocol, const std::string& provider,
-                     int timeout_s) const {
+std::string Rig::Ini(const std::string& protocol, const std::string& provider) const {
   return "[Provider]\r\nProtocol=" + protocol + "\r\nSmsCenterNumber=" + kCentre + "\r\n" +
-         provider + "[Modem]\r\nPort=1\r\nConnectionTimeout=" + std::to_string(timeout_s) +
-         "\r\n[Ports]\r\n1=" + ProgramPath(pty_) + "\r\n";
+         provider +
+         "[Modem]\r\nPort=1\r\nConnectionTimeout=20\r\n[Ports]\r\n1=" + ProgramPath(pty_) + "\r\n";
 }
 
 void Rig::WriteIni(const std::string& bytes) const {

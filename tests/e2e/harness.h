@@ -45,8 +45,7 @@ class Rig {
   /// The simulator's pty.
   const std::string& pty() const { return pty_; }
   /// An ini that sends by the protocol through the pty, with more lines in [Provider].
-  std::string Ini(const std::string& protocol, const std::string& provider = "",
-                  int timeout_s = 20) const;
+  std::string Ini(const std::string& protocol, const std::string& provider = "") const;
   /// Writes kestrawind.ini with exactly these bytes.
   void WriteIni(const std::string& bytes) const;
   /// Runs the program in the folder (under Wine with exactly the raw line that the native

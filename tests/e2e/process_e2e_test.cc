@@ -132,7 +132,8 @@ std::vector<std::vector<std::string>> ErrorTable() {
 
 TEST(SendWrapperTest, TableHoldsExactlyTheErrorsThatTheProgramRaises) {
   std::set<std::string> raised, table;
-  const std::regex own(R"(AppError\((\d+),)"), other(R"(Error\((\d+), kProgramSource)");
+  // AppError(n, ...) is shown as [n], Error(n, kProgramSource, ...) as [Unhandled][n].
+  const std::regex raise(R"((App)?Error\((\d+),\s*(kProgramSource)?)");
   for (const auto& entry :
        std::filesystem::recursive_directory_iterator(std::string(KW_SOURCE_DIR) + "/src")) {
     const std::string path = entry.path().string();
@@ -143,11 +144,9 @@ TEST(SendWrapperTest, TableHoldsExactlyTheErrorsThatTheProgramRaises) {
       continue;
     }
     const std::string code = ReadFile(path);
-    for (std::sregex_iterator m(code.begin(), code.end(), own), end; m != end; ++m) {
-      raised.insert("[" + (*m)[1].str() + "]");
-    }
-    for (std::sregex_iterator m(code.begin(), code.end(), other), end; m != end; ++m) {
-      raised.insert("[Unhandled][" + (*m)[1].str() + "]");
+    for (std::sregex_iterator m(code.begin(), code.end(), raise), end; m != end; ++m) {
+      if ((*m)[1].matched) raised.insert("[" + (*m)[2].str() + "]");
+      if ((*m)[3].matched) raised.insert("[Unhandled][" + (*m)[2].str() + "]");
     }
   }
   for (const auto& row : ErrorTable()) table.insert(row[0]);
