@@ -26,13 +26,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
   // The same bytes as an argument vector, each argument ended by a NUL as the kernel keeps it.
   std::vector<std::wstring> args(1);
-  for (wchar_t c : text) {
-    if (c == 0) {
-      args.emplace_back();
-    } else {
-      args.back().push_back(c);
-    }
-  }
+  for (wchar_t c : text) c == 0 ? void(args.emplace_back()) : args.back().push_back(c);
   const std::wstring line = kw::BuildRawCommandLine(args);
   if (line.size() > 32767) return 0;
   const std::vector<std::wstring> split = kw::SplitCommandLine(line);

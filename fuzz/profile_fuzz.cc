@@ -1,5 +1,5 @@
-// The ini reader and writer: the settings load from any file, a value read is one line, and a
-// value written and read back is the value as the reading rules give it.
+// The ini reader and writer: a value read from any file is one line, and a value written and read
+// back is the value as the reading rules give it.
 #include <stdlib.h>
 
 #include <clocale>
@@ -10,7 +10,6 @@
 #include <string>
 
 #include "base/text.h"
-#include "config/sms_settings.h"
 #include "os/profile.h"
 #include "require.h"
 
@@ -62,9 +61,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::wstring section = Field(rest), key = Field(rest), value = Field(rest);
   std::ofstream(kw::ToLocale(path), std::ios::binary | std::ios::trunc) << rest;
 
-  kw::SmsSettings settings;  // any file loads
-  settings.ConfigFile = path;
-  settings.Load();
   const std::wstring read = kw::ProfileGetString(section, key, L"", path);
   Require(
       read.size() <= 253 && read.find_first_of(std::wstring(L"\r\n\0", 3)) == std::wstring::npos,

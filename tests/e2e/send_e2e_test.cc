@@ -177,10 +177,8 @@ TEST(UcpE2E, EachOperationGoesOutAsItsFrameAndARefusalIsReported) {
   }
 }
 
-constexpr char kNeedsWine[] = "needs the Windows program under Wine (scripts/test-windows)";
-
 TEST(WineE2E, ResultLinesReachReportEventWithTheirTypes) {
-  if (!UnderWine()) GTEST_SKIP() << kNeedsWine;
+  if (!UnderWine()) GTEST_SKIP() << "needs the Windows program under Wine (scripts/test-windows)";
   Rig rig(kTapSim);
   // Wine stores no record; its event-log channel shows each one on standard error.
   const RunOptions traced = {{"WINEDEBUG=+eventlog,+advapi"}};
