@@ -2,6 +2,7 @@
 // back is the value as the reading rules give it.
 #include <stdlib.h>
 
+#include <algorithm>
 #include <clocale>
 #include <cstdint>
 #include <cstring>
@@ -66,14 +67,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       read.size() <= 253 && read.find_first_of(std::wstring(L"\r\n\0", 3)) == std::wstring::npos,
       "a value read is one line of at most 253 characters");
 
-  // Any value under a name the file can hold reads back as the rules give it.
-  const std::wstring breaks(L"\r\n", 2);
+  // Any value under a name the file can hold reads back as the rules give it. A name or value
+  // with what is no Unicode character (past U+10FFFF) a file saved as UTF-16 can't hold.
   const size_t keyStart = key.find_first_not_of(L" \t");
-  if (section.find_first_of(breaks) != std::wstring::npos ||
-      key.find_first_of(breaks + L"=") != std::wstring::npos ||
-      (keyStart != std::wstring::npos && key[keyStart] == L'[')) {
+  const std::wstring all = section + key + value;
+  if (section.find_first_of(L"\r\n") != std::wstring::npos ||
+      key.find_first_of(L"\r\n=") != std::wstring::npos ||
+      (keyStart != std::wstring::npos && key[keyStart] == L'[') ||
+      std::any_of(all.begin(), all.end(), [](wchar_t c) { return c > 0x10FFFF; }))
     return 0;
-  }
   kw::ProfileWriteString(section, key, value, path);
   Require(kw::ProfileGetString(section, key, L"\x01", path) == AsRead(value),
           "a written value reads back as the rules give it");
