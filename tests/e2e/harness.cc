@@ -218,7 +218,7 @@ SystemLog::SystemLog() {
   if (!problem_.empty()) return;
   unlink("/dev/log");  // the socket of a logger that was killed
   char name[] = "/tmp/kw-syslog-XXXXXX";
-  dir_ = mkdtemp(name) ? name : "/tmp";
+  dir_ = mkdtemp(name) ? name : throw std::runtime_error("mkdtemp failed");
   const std::string conf = dir_ + "/rsyslog.conf", pid_file = dir_ + "/pid";
   std::ofstream(conf) << "module(load=\"imuxsock\" SysSock.Use=\"on\")\n"
                       << "template(name=\"t\" type=\"string\" string=\"%syslogseverity-text% "
