@@ -94,10 +94,4 @@ void ExpectRun(const RunCase& c) {
   EXPECT_EQ(runtime.transcript().empty(), c.written.empty());  // never opened, or wrote
 }
 
-std::string CapturedStdoutLf() {
-  std::string out = testing::internal::GetCapturedStdout();
-  for (size_t at; (at = out.find("\r\n")) != std::string::npos;) out.erase(at, 1);
-  return out;
-}
-
 }  // namespace kw::test

@@ -54,11 +54,6 @@ struct RecordingLine : sim::PeerLine {
   std::string log;
 };
 
-/// Ends a capture of standard output and gives it with CR LF read as LF, alike on every platform:
-/// the capture reads back in text mode on Windows, which drops the CR. (The line ends themselves
-/// are checked byte for byte end to end.)
-std::string CapturedStdoutLf();
-
 }  // namespace kw::test
 
 #endif  // KW_TESTS_LINE_FIXTURE_H_
