@@ -18,7 +18,7 @@ include(GNUInstallDirs)
 
 # The version is the project's (CMakeLists.txt); the package may add a Debian revision to it.
 set(KW_DEB_REVISION "" CACHE STRING
-    "Debian revision of the package (the 1 of 0.1.0-1); none if empty")
+    "Debian revision of the package (the N of VERSION-N); none if empty")
 if(NOT KW_DEB_REVISION MATCHES "^[0-9A-Za-z.+~]*$")
   message(FATAL_ERROR "KW_DEB_REVISION \"${KW_DEB_REVISION}\": only letters, digits and . + ~")
 endif()
