@@ -9,13 +9,28 @@
 #   /usr/bin/kestrawind-send               -> ../lib/kestrawind/kestrawind-send
 #   /usr/bin/kestrawind-sim                   the simulator
 #   /usr/share/man/man1/kestrawind.1.gz, kestrawind-sim.1.gz, man5/kestrawind.ini.5.gz
-#   /usr/share/doc/kestrawind/README.md, examples/kestrawind.ini
+#   /usr/share/doc/kestrawind/README.md, examples/kestrawind.ini, copyright, changelog.gz
+#   /usr/share/lintian/overrides/kestrawind
 #   /etc/kestrawind.ini                       the sample, mode 0640; never overwritten
 # For another prefix the configuration goes to <prefix>/etc.
 
 include(GNUInstallDirs)
 
-set(KW_VERSION "0.1.0" CACHE STRING "Version of the installed program and its package")
+# The version is the project's (CMakeLists.txt); the package may add a Debian revision to it.
+set(KW_DEB_REVISION "" CACHE STRING
+    "Debian revision of the package (the N of VERSION-N); none if empty")
+if(NOT KW_DEB_REVISION MATCHES "^[0-9A-Za-z.+~]*$")
+  message(FATAL_ERROR "KW_DEB_REVISION \"${KW_DEB_REVISION}\": only letters, digits and . + ~")
+endif()
+set(KW_DEB_VERSION ${PROJECT_VERSION})
+# Without a revision the package is native: Debian names its changelog changelog, otherwise
+# changelog.Debian.
+set(KW_DEB_CHANGELOG changelog)
+if(NOT KW_DEB_REVISION STREQUAL "")
+  string(APPEND KW_DEB_VERSION "-${KW_DEB_REVISION}")
+  set(KW_DEB_CHANGELOG changelog.Debian)
+endif()
+set(KW_MAINTAINER "Kestrawind maintainers <kestrawind@example.org>")
 
 # --- Generated files -----------------------------------------------------------------------
 set(KW_ERRORS_TABLE ${CMAKE_SOURCE_DIR}/doc/errors.tsv)
@@ -55,8 +70,36 @@ if(KW_GZIP)
     list(APPEND KW_INSTALLED_MAN_PAGES ${page}.gz)
   endforeach()
 endif()
+
+# The changelog (from CHANGELOG.md) and the copyright file (from LICENSE) in Debian's formats.
+set(KW_DEBIAN_DOCS)
+if(NOT WIN32)
+  set(KW_DEB_DOC_DIR ${CMAKE_BINARY_DIR}/debian-doc)
+  add_custom_command(
+    OUTPUT ${KW_DEB_DOC_DIR}/${KW_DEB_CHANGELOG} ${KW_DEB_DOC_DIR}/copyright
+    COMMAND ${CMAKE_COMMAND} -DCHANGELOG=${CMAKE_SOURCE_DIR}/CHANGELOG.md
+            -DLICENSE=${CMAKE_SOURCE_DIR}/LICENSE -DPACKAGE=kestrawind
+            -DUPSTREAM_NAME=${PROJECT_NAME} -DVERSION=${PROJECT_VERSION}
+            -DDEB_VERSION=${KW_DEB_VERSION} "-DMAINTAINER=${KW_MAINTAINER}"
+            -DCHANGELOG_OUT=${KW_DEB_DOC_DIR}/${KW_DEB_CHANGELOG}
+            -DCOPYRIGHT_OUT=${KW_DEB_DOC_DIR}/copyright
+            -P ${CMAKE_SOURCE_DIR}/packaging/debian_docs.cmake
+    DEPENDS ${CMAKE_SOURCE_DIR}/CHANGELOG.md ${CMAKE_SOURCE_DIR}/LICENSE
+            ${CMAKE_SOURCE_DIR}/packaging/debian_docs.cmake
+    COMMENT "Generating the package's changelog and copyright file"
+    VERBATIM)
+  set(KW_DEBIAN_DOCS ${KW_DEB_DOC_DIR}/${KW_DEB_CHANGELOG} ${KW_DEB_DOC_DIR}/copyright)
+  if(KW_GZIP)
+    add_custom_command(
+      OUTPUT ${KW_DEB_DOC_DIR}/${KW_DEB_CHANGELOG}.gz
+      COMMAND ${KW_GZIP} -9nc ${KW_DEB_DOC_DIR}/${KW_DEB_CHANGELOG}
+              > ${KW_DEB_DOC_DIR}/${KW_DEB_CHANGELOG}.gz
+      DEPENDS ${KW_DEB_DOC_DIR}/${KW_DEB_CHANGELOG})
+    set(KW_DEBIAN_DOCS ${KW_DEB_DOC_DIR}/${KW_DEB_CHANGELOG}.gz ${KW_DEB_DOC_DIR}/copyright)
+  endif()
+endif()
 add_custom_target(kestrawind_docs ALL DEPENDS ${KW_SEND_WRAPPER} ${KW_MAN_PAGES}
-                                              ${KW_INSTALLED_MAN_PAGES})
+                                              ${KW_INSTALLED_MAN_PAGES} ${KW_DEBIAN_DOCS})
 
 if(BUILD_TESTING AND TARGET kestrawind_tests)
   add_dependencies(kestrawind_tests kestrawind_docs)
@@ -88,6 +131,9 @@ install(FILES ${CMAKE_SOURCE_DIR}/doc/kestrawind.ini.sample
 if(WIN32)
   return()
 endif()
+install(FILES ${KW_DEBIAN_DOCS} DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/kestrawind)
+install(FILES ${CMAKE_SOURCE_DIR}/packaging/lintian-overrides
+        DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/lintian/overrides RENAME kestrawind)
 install(CODE "set(KW_SAMPLE_INI \"${CMAKE_SOURCE_DIR}/doc/kestrawind.ini.sample\")
 set(KW_PROGRAM_DIR \"${KW_PROGRAM_DIR}\")
 set(KW_BIN_DIR \"${CMAKE_INSTALL_BINDIR}\")")
@@ -96,22 +142,23 @@ install(SCRIPT ${CMAKE_SOURCE_DIR}/cmake/install_config.cmake)
 # --- Debian package ------------------------------------------------------------------------
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME kestrawind)
-set(CPACK_PACKAGE_VERSION ${KW_VERSION})
+set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
+set(CPACK_DEBIAN_PACKAGE_RELEASE ${KW_DEB_REVISION})
 # The install script sees the real prefix (/usr) and stages under DESTDIR, so that /etc and
 # the symlinks' targets come out as they will stand on the installed system.
 set(CPACK_SET_DESTDIR ON)
 set(CPACK_INSTALL_PREFIX /usr)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
-set(CPACK_PACKAGE_CONTACT "Kestrawind maintainers <kestrawind@example.org>")
+set(CPACK_PACKAGE_CONTACT ${KW_MAINTAINER})
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "send one text message through a modem and an SMS centre")
 # The summary above is the first line; this is the long part below it.
 set(CPACK_DEBIAN_PACKAGE_DESCRIPTION
-    "Kestrawind sends one text message to one phone number from the command line: it
-dials the TAP or UCP dial-in of an SMS provider through a modem on a serial port,
-hands the message over, hangs up and prints one line that says what happened.
-kestrawind-send gives scripts and monitoring systems an exit status to act on.
-The package also holds kestrawind-sim, a modem and SMS centre simulator on a
-pseudo-terminal for trying it out without a modem.")
+    "Kestrawind sends one text message to one phone number from the command
+line: it dials the TAP or UCP dial-in of an SMS provider through a modem on a
+serial port, hands the message over, hangs up and prints one line that says
+what happened. kestrawind-send gives scripts and monitoring systems an exit
+status to act on. The package also holds kestrawind-sim, a modem and SMS
+centre simulator on a pseudo-terminal for trying it out without a modem.")
 set(CPACK_DEBIAN_PACKAGE_SECTION comm)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)

@@ -13,6 +13,9 @@ std::vector<std::string> SplitInto(const std::string& bytes, int count);
 /// std::invalid_argument naming the option otherwise.
 long long NumberOption(const std::string& name, const std::string& value, long long low);
 
+/// The value of one hexadecimal digit, either case; -1 for any other character.
+int HexDigitValue(char c);
+
 }  // namespace kw::sim
 
 #endif  // KW_SIM_OPTIONS_H_

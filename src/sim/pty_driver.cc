@@ -3,154 +3,38 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/inotify.h>
-#include <sys/stat.h>
 #include <termios.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <climits>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <ctime>
+#include <utility>
 
-#include "base/error.h"
-#include "base/text.h"
-#include "link/communication.h"
 #include "sim/sim_modem.h"
 
 namespace kw::sim {
-namespace {
-
-/// Source of the simulator's own errors.
-constexpr wchar_t kSimSource[] = L"kestrawind-sim";
-
-/// Raises the failure of a system call, with errno's text.
-[[noreturn]] void ThrowSystem(const std::string& what) {
-  const int code = errno;
-  throw Error(code, kSimSource, FromLocale(what + ": " + std::strerror(code)));
-}
-
-/// CLOCK_MONOTONIC in nanoseconds.
-int64_t MonotonicNs() {
-  timespec now{};
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return static_cast<int64_t>(now.tv_sec) * 1000000000 + now.tv_nsec;
-}
-
-/// Appends one character as UTF-8.
-void AppendUtf8(std::string& out, wchar_t wc) {
-  const auto c = static_cast<uint32_t>(wc);
-  if (c < 0x80) {
-    out.push_back(static_cast<char>(c));
-  } else if (c < 0x800) {
-    out.push_back(static_cast<char>(0xC0 | (c >> 6)));
-    out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-  } else {
-    out.push_back(static_cast<char>(0xE0 | (c >> 12)));
-    out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
-    out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-  }
-}
-
-/// Line bytes as one readable transcript line: the named control characters as the program's
-/// debug log shows them, any other control character as <xNN>, the rest as UTF-8.
-std::string Readable(const std::string& bytes) {
-  const std::wstring shown = ShowControlChars(FromLine(bytes));
-  std::string out;
-  for (wchar_t c : shown) {
-    if (c < 0x20 || c == 0x7F) {
-      char hex[8];
-      std::snprintf(hex, sizeof hex, "<x%02X>", static_cast<unsigned>(c));
-      out += hex;
-    } else {
-      AppendUtf8(out, c);
-    }
-  }
-  return out;
-}
-
-}  // namespace
-
-UniqueFd::~UniqueFd() {
-  if (fd_ >= 0) close(fd_);
-}
-
-UniqueFd& UniqueFd::operator=(UniqueFd&& other) noexcept {
-  if (this != &other) {
-    if (fd_ >= 0) close(fd_);
-    fd_ = other.release();
-  }
-  return *this;
-}
-
-int UniqueFd::release() {
-  const int fd = fd_;
-  fd_ = -1;
-  return fd;
-}
 
 PtyDriver::PtyDriver(Peer& peer, const PtyOptions& options)
     : peer_(peer), timed_(dynamic_cast<TimedPeer*>(&peer)), start_ns_(MonotonicNs()) {
-  master_ = UniqueFd(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC));
-  if (master_.get() < 0) ThrowSystem("posix_openpt");
-  if (grantpt(master_.get()) != 0) ThrowSystem("grantpt");
-  if (unlockpt(master_.get()) != 0) ThrowSystem("unlockpt");
-  char name[128];
-  if (ptsname_r(master_.get(), name, sizeof name) != 0) ThrowSystem("ptsname_r");
-  slave_path_ = name;
-
-  // Raw on the master is raw on the slave too (they share one termios): no echo, no CR to LF,
-  // so the program gets exactly the bytes the peer sends even before it sets the port up.
-  termios tio{};
-  if (tcgetattr(master_.get(), &tio) != 0) ThrowSystem("tcgetattr");
-  cfmakeraw(&tio);
-  if (tcsetattr(master_.get(), TCSANOW, &tio) != 0) ThrowSystem("tcsetattr");
-  const int flags = fcntl(master_.get(), F_GETFL);
-  if (flags < 0 || fcntl(master_.get(), F_SETFL, flags | O_NONBLOCK) != 0) ThrowSystem("fcntl");
-
+  RawPty pty = OpenRawPty();
+  master_ = std::move(pty.master);
+  slave_path_ = std::move(pty.slave_path);
   // The master learns of a close only once the last slave descriptor goes, and never of an open;
   // inotify on the slave node sees both.
-  inotify_ = UniqueFd(inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
-  if (inotify_.get() < 0) ThrowSystem("inotify_init1");
-  if (inotify_add_watch(inotify_.get(), slave_path_.c_str(),
-                        IN_OPEN | IN_CLOSE_WRITE | IN_CLOSE_NOWRITE) < 0) {
-    ThrowSystem("inotify_add_watch " + slave_path_);
-  }
+  inotify_ = WatchOpensAndCloses(slave_path_);
 
-  if (!options.transcript_path.empty()) {
-    transcript_.open(options.transcript_path, std::ios::out | std::ios::trunc | std::ios::binary);
-    if (!transcript_) {
-      throw Error(ENOENT, kSimSource,
-                  FromLocale("can't write the transcript " + options.transcript_path));
-    }
-  }
+  if (!options.transcript_path.empty()) transcript_.Open(options.transcript_path);
 
   if (!options.link_path.empty()) {
-    struct stat st {};
-    if (lstat(options.link_path.c_str(), &st) == 0) {
-      if (!S_ISLNK(st.st_mode)) {
-        throw Error(EEXIST, kSimSource,
-                    FromLocale(options.link_path + " exists and is not a symlink"));
-      }
-      if (unlink(options.link_path.c_str()) != 0) ThrowSystem("unlink " + options.link_path);
-    }
-    if (symlink(slave_path_.c_str(), options.link_path.c_str()) != 0) {
-      ThrowSystem("symlink " + options.link_path);
-    }
+    MakeLink(slave_path_, options.link_path);
     link_path_ = options.link_path;
   }
 }
 
 PtyDriver::~PtyDriver() {
-  if (link_path_.empty()) return;
   // Removes the link only while it still names this pty: another simulator may have taken it.
-  char target[256];
-  const ssize_t n = readlink(link_path_.c_str(), target, sizeof target - 1);
-  if (n >= 0 && std::string(target, static_cast<size_t>(n)) == slave_path_) {
-    unlink(link_path_.c_str());
-  }
+  if (!link_path_.empty()) RemoveLinkTo(slave_path_, link_path_);
 }
 
 int64_t PtyDriver::NowMs() const { return (MonotonicNs() - start_ns_) / 1000000; }
@@ -327,10 +211,7 @@ void PtyDriver::WriteOut() {
 }
 
 void PtyDriver::Transcript(const std::string& tag, const std::string& text) {
-  if (!transcript_.is_open()) return;
-  char stamp[32];
-  std::snprintf(stamp, sizeof stamp, "%6lld ", static_cast<long long>(NowMs()));
-  transcript_ << stamp << tag << ' ' << text << '\n' << std::flush;
+  transcript_.Write(NowMs(), tag, text);
 }
 
 }  // namespace kw::sim

@@ -3,34 +3,16 @@
 
 #include <cstdint>
 #include <deque>
-#include <fstream>
 #include <map>
 #include <string>
 
 #include "sim/peer.h"
+#include "sim/pty_io.h"
+#include "sim/pty_transcript.h"
 
 namespace kw::sim {
 
 class TimedPeer;
-
-/// Owns one file descriptor and closes it when it goes.
-class UniqueFd {
- public:
-  UniqueFd() = default;
-  explicit UniqueFd(int fd) : fd_(fd) {}
-  ~UniqueFd();
-  UniqueFd(UniqueFd&& other) noexcept : fd_(other.release()) {}
-  UniqueFd& operator=(UniqueFd&& other) noexcept;
-  UniqueFd(const UniqueFd&) = delete;
-  UniqueFd& operator=(const UniqueFd&) = delete;
-
-  int get() const { return fd_; }
-  /// Hands the descriptor over without closing it.
-  int release();
-
- private:
-  int fd_ = -1;
-};
 
 /// Where the driver puts its pseudo-terminal's name and its transcript.
 struct PtyOptions {
@@ -105,7 +87,7 @@ class PtyDriver : public PeerLine {
   UniqueFd inotify_;
   std::string slave_path_;
   std::string link_path_;
-  std::ofstream transcript_;
+  TranscriptFile transcript_;
   int open_count_ = 0;       // the program's descriptors on the slave, as inotify counts them
   bool master_hup_ = false;  // the master said POLLHUP before inotify reported the close
   int closes_ = 0;

@@ -1,7 +1,6 @@
 #include "sim/ucp_centre.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <stdexcept>
 #include <utility>
 
@@ -12,74 +11,6 @@ namespace {
 
 constexpr char kStx = 0x02;
 constexpr char kEtx = 0x03;
-
-/// Where each operation carries the message text (1-based), and how many data fields it has.
-struct OperationLayout {
-  const char* operation;
-  size_t text_field;
-  size_t field_count;
-};
-
-constexpr OperationLayout kLayouts[] = {
-    {"01", 5, 5},
-    {"03", 16, 16},
-    {"30", 10, 10},
-    {"51", 20, 32},
-};
-
-const OperationLayout* LayoutOf(const std::string& operation) {
-  for (const OperationLayout& layout : kLayouts) {
-    if (operation == layout.operation) return &layout;
-  }
-  return nullptr;
-}
-
-std::vector<std::string> SplitAt(const std::string& text, char separator) {
-  std::vector<std::string> parts;
-  size_t from = 0;
-  for (size_t at = text.find(separator); at != std::string::npos; at = text.find(separator, from)) {
-    parts.push_back(text.substr(from, at - from));
-    from = at + 1;
-  }
-  parts.push_back(text.substr(from));
-  return parts;
-}
-
-int HexValue(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  return -1;
-}
-
-/// Decodes pairs of hexadecimal digits into bytes; false (and the text kept) when they aren't.
-bool DecodeHex(const std::string& hex, std::string& text) {
-  if (hex.size() % 2 != 0) return false;
-  std::string out;
-  for (size_t i = 0; i < hex.size(); i += 2) {
-    const int high = HexValue(hex[i]);
-    const int low = HexValue(hex[i + 1]);
-    if (high < 0 || low < 0) return false;
-    out.push_back(static_cast<char>(high * 16 + low));
-  }
-  text = std::move(out);
-  return true;
-}
-
-/// The text for a transcript note: control bytes written as \xNN.
-std::string Shown(const std::string& text) {
-  std::string out;
-  for (unsigned char c : text) {
-    if (c < 0x20 || c == 0x7F) {
-      char escaped[8];
-      std::snprintf(escaped, sizeof escaped, "\\x%02X", c);
-      out += escaped;
-    } else {
-      out.push_back(static_cast<char>(c));
-    }
-  }
-  return out;
-}
 
 /// Reads C-style escapes (\r, \n, \t, \\, \xHH) in an option's value.
 std::string Unescaped(const std::string& value) {
@@ -96,9 +27,10 @@ std::string Unescaped(const std::string& value) {
       out.push_back('\n');
     } else if (next == 't') {
       out.push_back('\t');
-    } else if (next == 'x' && i + 2 < value.size() && HexValue(value[i + 1]) >= 0 &&
-               HexValue(value[i + 2]) >= 0) {
-      out.push_back(static_cast<char>(HexValue(value[i + 1]) * 16 + HexValue(value[i + 2])));
+    } else if (next == 'x' && i + 2 < value.size() && HexDigitValue(value[i + 1]) >= 0 &&
+               HexDigitValue(value[i + 2]) >= 0) {
+      out.push_back(
+          static_cast<char>(HexDigitValue(value[i + 1]) * 16 + HexDigitValue(value[i + 2])));
       i += 2;
     } else {
       out.push_back(next);
@@ -155,27 +87,6 @@ UcpScenario ScenarioFrom(const std::map<std::string, std::string>& options) {
 
 }  // namespace
 
-std::string UcpSum(const std::string& text) {
-  unsigned sum = 0;
-  for (unsigned char c : text) sum += c;
-  char digits[4];
-  std::snprintf(digits, sizeof digits, "%02X", sum & 0xFF);
-  return digits;
-}
-
-std::string UcpReply(const std::string& operation, char letter, const std::string& fields) {
-  // The program reads the letter at a fixed offset, which holds only for a two-character
-  // operation; a real centre answers an unknown operation in the same fixed layout.
-  const std::string op = operation.size() == 2 ? operation : "00";
-  const std::string tail = "/R/" + op + "/" + std::string(1, letter) + "/" + fields + "/";
-  // The length counts from the transaction number through the checksum: "01/" and the five
-  // digits, the tail and two checksum digits.
-  char length[8];
-  std::snprintf(length, sizeof length, "%05zu", 3 + 5 + tail.size() + 2);
-  const std::string body = "01/" + std::string(length) + tail;
-  return kStx + body + UcpSum(body) + kEtx;
-}
-
 UcpCentre::UcpCentre(UcpScenario scenario) : scenario_(std::move(scenario)) {}
 
 UcpCentre::UcpCentre(const std::map<std::string, std::string>& options)
@@ -207,7 +118,7 @@ void UcpCentre::OnBytes(int64_t now_ms, const std::string& bytes, PeerLine& line
     if (outside > 0) {
       // Between frames a centre only listens for the next STX; the program's "ATH" lands here.
       line.Note("ucp: " + std::to_string(outside) +
-                " byte(s) outside a frame ignored: " + Shown(pending_.substr(0, outside)));
+                " byte(s) outside a frame ignored: " + ShownInNote(pending_.substr(0, outside)));
       pending_.erase(0, outside);
     }
     if (pending_.empty()) return;
@@ -255,55 +166,15 @@ void UcpCentre::Frame(int64_t now_ms, const std::string& body, PeerLine& line) {
   }
 
   UcpFrame frame;
-  const std::vector<std::string> header = SplitAt(body, '/');
-  // Transaction number, length, type and operation come first; the checksum stands last.
-  size_t data_start = 0;
-  for (int i = 0; i < 4 && data_start != std::string::npos; ++i) {
-    const size_t slash = body.find('/', data_start);
-    data_start = slash == std::string::npos ? slash : slash + 1;
-  }
-  const size_t last = body.rfind('/');
-  if (data_start == std::string::npos || last < data_start || header[2] != "O") {
-    line.Note(name + ": not an operation frame: " + Shown(body));
-    frames_.push_back(frame);
+  std::string note;
+  const bool operation = ReadUcpFrame(body, frame, note);
+  line.Note(name + ": " + note);
+  frames_.push_back(frame);
+  if (!operation) {
     // Its length can't be trusted: strict, that is a syntax error.
     if (scenario_.strict && !scenario_.silent) Answer(now_ms, frame, line);
     return;
   }
-
-  frame.operation = header[3];
-  frame.length_ok = header[1].size() == 5 &&
-                    std::all_of(header[1].begin(), header[1].end(),
-                                [](char c) { return c >= '0' && c <= '9'; }) &&
-                    std::stoul(header[1]) == body.size();
-  frame.checksum_ok = UcpSum(body.substr(0, last + 1)) == body.substr(last + 1);
-
-  const std::string data = body.substr(data_start, last - data_start);
-  const std::vector<std::string> fields = SplitAt(data, '/');
-  frame.field_count = data.empty() ? 0 : fields.size();
-  std::string note = name + ": op " + frame.operation;
-  if (const OperationLayout* layout = LayoutOf(frame.operation)) {
-    auto field = [&fields](size_t n) { return n <= fields.size() ? fields[n - 1] : ""; };
-    frame.recipient = field(1);
-    frame.sender = field(2);
-    frame.auth = field(3);
-    const std::string hex = field(layout->text_field);
-    frame.text_is_hex = DecodeHex(hex, frame.text);
-    if (!frame.text_is_hex) frame.text = hex;
-    note += ", recipient " + Shown(frame.recipient) + ", sender " + Shown(frame.sender) +
-            ", auth \"" + Shown(frame.auth) + "\", text \"" + Shown(frame.text) + "\"";
-    if (!frame.text_is_hex) note += " (not hexadecimal)";
-    if (frame.field_count != layout->field_count) {
-      note += ", " + std::to_string(frame.field_count) + " fields (expected " +
-              std::to_string(layout->field_count) + ")";
-    }
-  } else {
-    note += " (unknown operation), data \"" + Shown(data) + "\"";
-  }
-  note += frame.length_ok ? ", length ok" : ", length bad";
-  note += frame.checksum_ok ? ", checksum ok" : ", checksum bad";
-  line.Note(note);
-  frames_.push_back(frame);
 
   if (scenario_.hangup_frame == number) {
     DropLine(now_ms, now_ms + scenario_.hangup_delay_ms, line);
@@ -321,10 +192,10 @@ void UcpCentre::Answer(int64_t now_ms, const UcpFrame& frame, PeerLine& line) {
   std::string message = scenario_.message;
   if (scenario_.strict) {
     // A real centre refuses a frame it can't trust before it looks at the message.
-    const char* refusal = !frame.length_ok             ? "02"
-                          : !frame.checksum_ok         ? "01"
-                          : !LayoutOf(frame.operation) ? "03"
-                                                       : nullptr;
+    const char* refusal = !frame.length_ok                        ? "02"
+                          : !frame.checksum_ok                    ? "01"
+                          : !IsKnownUcpOperation(frame.operation) ? "03"
+                                                                  : nullptr;
     if (refusal != nullptr) {
       letter = 'N';
       code = refusal;

@@ -8,6 +8,7 @@
 
 #include "sim/peer.h"
 #include "sim/sim_modem.h"
+#include "sim/ucp_frame.h"
 
 namespace kw::sim {
 
@@ -45,19 +46,6 @@ struct UcpScenario {
   bool say_no_carrier = false;
 };
 
-/// What the centre read from one frame.
-struct UcpFrame {
-  std::string operation;     ///< the operation type as it stood in the header
-  std::string recipient;     ///< field 1
-  std::string sender;        ///< field 2
-  std::string auth;          ///< field 3
-  std::string text;          ///< the message field, decoded from its hexadecimal digits
-  bool text_is_hex = true;   ///< the message field held only pairs of hexadecimal digits
-  size_t field_count = 0;    ///< the data fields found
-  bool length_ok = false;    ///< the length field matches the frame
-  bool checksum_ok = false;  ///< the checksum matches the frame
-};
-
 /// The SMS centre behind the modem in data mode: reads each frame from STX to ETX, checks its
 /// length and checksum, notes its fields in the transcript and answers per the scenario.
 class UcpCentre : public Peer, public TimedPeer {
@@ -92,14 +80,6 @@ class UcpCentre : public Peer, public TimedPeer {
   bool dropped_ = false;  // the centre has dropped the line of this call
   int64_t hangup_at_ms_ = kNoTimer;
 };
-
-/// The reply a centre gives, STX to ETX: "01/", length, "/R/", operation, "/", letter, "/",
-/// fields, "/", checksum. An operation that isn't two characters is answered as "00", so that
-/// the letter stays at offset 15.
-std::string UcpReply(const std::string& operation, char letter, const std::string& fields);
-
-/// The two upper-case hexadecimal digits of the low eight bits of the bytes' sum.
-std::string UcpSum(const std::string& text);
 
 }  // namespace kw::sim
 
