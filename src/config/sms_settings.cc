@@ -1,8 +1,8 @@
 #include "config/sms_settings.h"
 
 #include "base/error.h"
-#include "config/win_util.h"
-#include "frontend/logging.h"
+#include "config/ini_access.h"
+#include "log/logging.h"
 #include "os/platform.h"
 
 namespace kw {

@@ -1,7 +1,7 @@
 #include "frontend/command_line.h"
 
 #include "base/int16.h"
-#include "frontend/string_util.h"
+#include "base/string_util.h"
 
 namespace kw {
 namespace {

@@ -6,17 +6,17 @@
 #include <vector>
 
 #include "base/error.h"
+#include "base/string_util.h"
 #include "base/text.h"
+#include "config/ini_access.h"
 #include "config/sms_settings.h"
-#include "config/win_util.h"
 #include "frontend/command_line.h"
-#include "frontend/console.h"
-#include "frontend/logging.h"
-#include "frontend/string_util.h"
+#include "log/console.h"
+#include "log/logging.h"
+#include "message/sms_message.h"
 #include "os/interrupt.h"
 #include "os/platform.h"
 #include "os/system_runtime.h"
-#include "sending/sms_message.h"
 #include "sending/sms_sender.h"
 
 namespace kw {
@@ -104,7 +104,7 @@ void Main() {
       LogDebug(L"Sms Number : " + recipient);
       LogDebug(L"Sms Message : " + text);
 
-      if (!FileExists(ConfigFilePath)) throw AppError(570, L"Configuration file not found.");
+      if (!PlainFileExists(ConfigFilePath)) throw AppError(570, L"Configuration file not found.");
       settings = std::make_shared<SmsSettings>();
       settings->ConfigFile = ConfigFilePath;
       settings->Load();
@@ -150,9 +150,8 @@ int RunProgram() {
   std::setlocale(LC_ALL, "");
   // The optional section "Ports" of the configuration file names the device of a port number;
   // it stands in for the platform's own names of serial ports.
-  std::unique_ptr<Runtime> runtime = NewSystemRuntime([](int16_t port) {
-    return IniGet(L"", L"Ports", std::to_wstring(port), L"");
-  });
+  std::unique_ptr<Runtime> runtime = NewSystemRuntime(
+      [](int16_t port) { return IniGet(L"", L"Ports", std::to_wstring(port), L""); });
   ScopedRuntime installed(*runtime);
   Main();
   return 0;

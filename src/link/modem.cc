@@ -2,9 +2,9 @@
 
 #include "base/error.h"
 #include "base/int16.h"
-#include "frontend/logging.h"
-#include "frontend/string_util.h"
+#include "base/string_util.h"
 #include "link/communication.h"
+#include "log/logging.h"
 #include "os/runtime.h"
 
 namespace kw {

@@ -2,8 +2,8 @@
 
 #include "base/error.h"
 #include "base/int16.h"
-#include "frontend/logging.h"
-#include "frontend/string_util.h"
+#include "base/string_util.h"
+#include "log/logging.h"
 #include "tap/sms_tap_sender.h"
 #include "ucp/sms_ucp_sender.h"
 

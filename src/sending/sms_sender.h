@@ -6,7 +6,7 @@
 
 #include "config/sms_settings.h"
 #include "link/modem.h"
-#include "sending/sms_message.h"
+#include "message/sms_message.h"
 
 namespace kw {
 

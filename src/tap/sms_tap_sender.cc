@@ -4,9 +4,9 @@
 
 #include "base/error.h"
 #include "base/text.h"
-#include "config/win_util.h"
-#include "frontend/logging.h"
 #include "link/communication.h"
+#include "log/logging.h"
+#include "os/runtime.h"
 
 namespace kw {
 namespace {

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "link/modem.h"
-#include "sending/sms_message.h"
+#include "message/sms_message.h"
 
 namespace kw {
 

@@ -5,9 +5,13 @@
 #include <string>
 
 #include "link/modem.h"
-#include "sending/sms_message.h"
+#include "message/sms_message.h"
 
 namespace kw {
+
+/// Writes each character's line code as two upper-case hexadecimal digits ("abc" -> "616263").
+/// Raises ErrorBase + 550 for a text of 32,767 characters or more.
+std::wstring IA5Encode(const std::wstring& text);
 
 /// The UCP side of sending: builds the frame of one operation and hands it over.
 class SmsUcpSender {

@@ -1,7 +1,6 @@
 #include "ucp/sms_ucp_sender.h"
 
 #include "line_fixture.h"
-#include "sim/ucp_centre.h"
 
 namespace kw {
 
@@ -53,7 +52,7 @@ TEST(UcpSendTest, BuildsTheFrameSendsItAndJudgesTheReply) {
       {"silent=1", tooMany, 27000, Sent(f01, 5)},
       {"letter=a", tooMany, 27000, Sent(f01, 5)},
       {"letter=n;code=24", tooMany, 27000, Sent(f01, 5)},
-      {"prefix=" + sim::UcpReply("01", 'a', ""), tooMany, 27000, Sent(f01, 5)},
+      {"prefix=\00201/00019/R/01/a//89\003", tooMany, 27000, Sent(f01, 5)},
       {"letter=N;code=01", provider + "Checksum error.", 3000, Sent(f01)},
       {"letter=N;code=38", provider + "Message forwarded.", 3000, Sent(f01)},
       {"letter=N;code=28", provider, 3000, Sent(f01)},
@@ -71,6 +70,14 @@ TEST(UcpSendTest, BuildsTheFrameSendsItAndJudgesTheReply) {
     test::ExpectRun({"Protocol=UCP;" + c.setup, c.want, c.ms, c.written});
   }
   EXPECT_EQ(SmsUcpSender::UcpChecksum(L"\u00e9\u00e9"), L"D2");  // Windows-1252: 0xE9 each
+}
+
+TEST(IA5EncodeTest, EncodesTextInHexUpTo32766Characters) {
+  const wchar_t* hex[][2] = {{L"", L""}, {L" J\t", L"204A09"}, {L"\u00e9\u20ac\u4e2d", L"E9803F"}};
+  for (const auto& [text, want] : hex) EXPECT_EQ(IA5Encode(text), want);
+  EXPECT_EQ(IA5Encode(std::wstring(32766, L'a')).size(), 65532u);
+  EXPECT_EQ(test::Outcome([] { IA5Encode(std::wstring(32767, L'a')); }),
+            "[550] Error occured in IA5Encoding of message (Overflow)");
 }
 
 }  // namespace kw

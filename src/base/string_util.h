@@ -1,5 +1,5 @@
-#ifndef KW_FRONTEND_STRING_UTIL_H_
-#define KW_FRONTEND_STRING_UTIL_H_
+#ifndef KW_BASE_STRING_UTIL_H_
+#define KW_BASE_STRING_UTIL_H_
 
 #include <string>
 
@@ -28,4 +28,4 @@ std::wstring TrimBlanks(const std::wstring& text);
 
 }  // namespace kw
 
-#endif  // KW_FRONTEND_STRING_UTIL_H_
+#endif  // KW_BASE_STRING_UTIL_H_

@@ -1,9 +1,8 @@
-#include "config/win_util.h"
+#include "config/ini_access.h"
 
 #include "frontend/main_console.h"
 #include "os/platform.h"
 #include "os/profile.h"
-#include "os/runtime.h"
 
 namespace kw {
 namespace {
@@ -18,8 +17,8 @@ std::wstring ProfileFile(const std::wstring& file) {
 
 }  // namespace
 
-std::wstring IniRead(const std::wstring& section, const std::wstring& key,
-                     const std::wstring& file, const std::wstring& defaultValue) {
+std::wstring IniRead(const std::wstring& section, const std::wstring& key, const std::wstring& file,
+                     const std::wstring& defaultValue) {
   return ProfileGetString(section, key, defaultValue, file);
 }
 
@@ -32,17 +31,5 @@ void IniPut(const std::wstring& file, const std::wstring& section, const std::ws
             const std::wstring& value) {
   ProfileWriteString(section, key, value, ProfileFile(file));
 }
-
-void WaitSeconds(int32_t seconds) {
-  Runtime& runtime = CurrentRuntime();
-  const int64_t start = runtime.NowSeconds();
-  while (runtime.NowSeconds() - start < seconds) {
-    // Blocks until an event is pending or the next whole second, so the wait never spins.
-    runtime.WaitForEvent();
-    for (int i = 0; i < 3; ++i) runtime.DoEvents();
-  }
-}
-
-bool FileExists(const std::wstring& path) { return PlainFileExists(path); }
 
 }  // namespace kw

@@ -1,6 +1,6 @@
-#include "frontend/logging.h"
+#include "log/logging.h"
 
-#include "frontend/console.h"
+#include "log/console.h"
 #include "os/platform.h"
 #include "os/runtime.h"
 

@@ -1,5 +1,5 @@
-#ifndef KW_FRONTEND_LOGGING_H_
-#define KW_FRONTEND_LOGGING_H_
+#ifndef KW_LOG_LOGGING_H_
+#define KW_LOG_LOGGING_H_
 
 #include <string>
 
@@ -16,4 +16,4 @@ void LogEvent(const std::wstring& text, int eventType);
 
 }  // namespace kw
 
-#endif  // KW_FRONTEND_LOGGING_H_
+#endif  // KW_LOG_LOGGING_H_

@@ -1,5 +1,5 @@
-#ifndef KW_SENDING_SMS_MESSAGE_H_
-#define KW_SENDING_SMS_MESSAGE_H_
+#ifndef KW_MESSAGE_SMS_MESSAGE_H_
+#define KW_MESSAGE_SMS_MESSAGE_H_
 
 #include <chrono>
 #include <string>
@@ -23,4 +23,4 @@ class SmsMessage {
 
 }  // namespace kw
 
-#endif  // KW_SENDING_SMS_MESSAGE_H_
+#endif  // KW_MESSAGE_SMS_MESSAGE_H_
