@@ -5,15 +5,11 @@
 
 namespace kw {
 
-/// Reads a key from the given profile file; the default when the file, section or key is missing.
-std::wstring IniRead(const std::wstring& section, const std::wstring& key, const std::wstring& file,
-                     const std::wstring& defaultValue);
-
-/// Reads a key like IniRead; an empty file name means the run's configuration file.
+/// Reads a key from the ini file; the default when the file, section or key is missing.
 std::wstring IniGet(const std::wstring& file, const std::wstring& section, const std::wstring& key,
                     const std::wstring& defaultValue);
 
-/// Writes a key to the profile file (the run's configuration file when file is empty).
+/// Writes a key to the ini file.
 void IniPut(const std::wstring& file, const std::wstring& section, const std::wstring& key,
             const std::wstring& value);
 

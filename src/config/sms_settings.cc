@@ -3,7 +3,6 @@
 #include "base/error.h"
 #include "config/ini_access.h"
 #include "log/logging.h"
-#include "os/platform.h"
 
 namespace kw {
 namespace {
@@ -58,10 +57,6 @@ const ShownSetting kShown[] = {
 
 void SmsSettings::Load() {
   // A read that fails leaves its field as it was; the next read runs.
-  try {
-    if (ConfigFile.empty()) ConfigFile = ExecutableFolder() + kPathSeparator + L"kestrawind.ini";
-  } catch (const Error&) {
-  }
   for (const SettingKey& k : kKeys) {
     try {
       this->*k.field = IniGet(ConfigFile, k.section, k.key, k.defaultValue);

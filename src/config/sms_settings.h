@@ -23,7 +23,7 @@ class SmsSettings {
   std::wstring DialPrefix;         ///< [Modem] DialPrefix: dialled before the centre's number
   std::wstring SenderNumber;       ///< [User] SenderNumber: UCP sender
 
-  /// Fills the fields from ConfigFile (the default path when empty), then lists them.
+  /// Fills the fields from ConfigFile, then lists them.
   void Load();
   /// Writes every field to ConfigFile in the canonical order; reports nothing.
   void Save();

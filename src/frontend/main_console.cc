@@ -25,7 +25,6 @@ namespace kw {
 std::string UsageTextBytes();
 std::string ExtendedUsageTextBytes();
 
-std::wstring ConfigFilePath;
 bool LogErrors = false;
 bool LogSuccess = false;
 
@@ -65,7 +64,7 @@ void ShowUsage(bool extended) {
   UsageShown = true;
 }
 
-void Main() {
+void Main(const std::wstring& config_file) {
   // Released in this order when Main returns: message, arguments, sender, settings.
   std::shared_ptr<SmsSettings> settings;
   std::unique_ptr<SmsSender> sender;
@@ -77,7 +76,6 @@ void Main() {
   try {
     try {
       InitConsole();
-      ConfigFilePath = ExecutableFolder() + kPathSeparator + L"kestrawind.ini";
       LogErrors = false;
       LogSuccess = false;
       DebugMode = false;
@@ -104,9 +102,9 @@ void Main() {
       LogDebug(L"Sms Number : " + recipient);
       LogDebug(L"Sms Message : " + text);
 
-      if (!PlainFileExists(ConfigFilePath)) throw AppError(570, L"Configuration file not found.");
+      if (!PlainFileExists(config_file)) throw AppError(570, L"Configuration file not found.");
       settings = std::make_shared<SmsSettings>();
-      settings->ConfigFile = ConfigFilePath;
+      settings->ConfigFile = config_file;
       settings->Load();
       settings->Validate();
 
@@ -148,12 +146,14 @@ int RunProgram() {
   GuardStandardStreams();
   ArmInterruptHandlers();
   std::setlocale(LC_ALL, "");
+  const std::wstring config_file = ExecutableFolder() + kPathSeparator + L"kestrawind.ini";
   // The optional section "Ports" of the configuration file names the device of a port number;
   // it stands in for the platform's own names of serial ports.
-  std::unique_ptr<Runtime> runtime = NewSystemRuntime(
-      [](int16_t port) { return IniGet(L"", L"Ports", std::to_wstring(port), L""); });
+  std::unique_ptr<Runtime> runtime = NewSystemRuntime([config_file](int16_t port) {
+    return IniGet(config_file, L"Ports", std::to_wstring(port), L"");
+  });
   ScopedRuntime installed(*runtime);
-  Main();
+  Main(config_file);
   return 0;
 }
 
