@@ -13,7 +13,7 @@ Error::Error(int32_t number, std::wstring source, std::wstring description)
       what_(ToLocale(description_)) {}
 
 Error AppError(int n, std::wstring description) {
-  return Error(ErrorBase + n, L"", std::move(description));
+  return Error(kErrorBase + n, L"", std::move(description));
 }
 
 Error ConversionFailure() { return Error(13, kProgramSource, L"Type mismatch"); }

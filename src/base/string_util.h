@@ -5,11 +5,11 @@
 
 namespace kw {
 
-/// Whether the text begins with the prefix; with ignoreCase both are upper-cased first.
-bool StartsWith(std::wstring text, std::wstring prefix, bool ignoreCase);
+/// Whether the text begins with the prefix; with ignore_case both are upper-cased first.
+bool StartsWith(std::wstring text, std::wstring prefix, bool ignore_case);
 
-/// Whether the text ends with the suffix; with ignoreCase both are upper-cased first.
-bool EndsWith(std::wstring text, std::wstring suffix, bool ignoreCase);
+/// Whether the text ends with the suffix; with ignore_case both are upper-cased first.
+bool EndsWith(std::wstring text, std::wstring suffix, bool ignore_case);
 
 /// True for exactly one tab or exactly one blank.
 bool IsWhitespace(const std::wstring& text);

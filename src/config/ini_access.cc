@@ -5,8 +5,8 @@
 namespace kw {
 
 std::wstring IniGet(const std::wstring& file, const std::wstring& section, const std::wstring& key,
-                    const std::wstring& defaultValue) {
-  return ProfileGetString(section, key, defaultValue, file);
+                    const std::wstring& default_value) {
+  return ProfileGetString(section, key, default_value, file);
 }
 
 void IniPut(const std::wstring& file, const std::wstring& section, const std::wstring& key,

@@ -15,11 +15,11 @@ TEST(SmsSettings, LoadReadsEveryKeyAndListsIt) {
          "Legitimization=\nCommSettings=c\nBaudRate=9\nTextLength=3\n[Modem]\nPort=1\n"
          "DialPrefix=0,\n[User]\nSenderNumber=31\n";
   kw::SmsSettings settings;
-  settings.ConfigFile = (folder.path / "k.ini").wstring();
-  kw::DebugMode = true;
+  settings.config_file = (folder.path / "k.ini").wstring();
+  kw::g_debug_mode = true;
   testing::internal::CaptureStdout();
   settings.Load();
-  kw::DebugMode = false;
+  kw::g_debug_mode = false;
   // Each line's time stamp goes, up to its tab; Windows captures the line ends as LF alone.
   EXPECT_EQ(
       std::regex_replace(testing::internal::GetCapturedStdout(), std::regex("[^\n]*\t|\r"), ""),

@@ -25,17 +25,17 @@ namespace kw {
 std::string UsageTextBytes();
 std::string ExtendedUsageTextBytes();
 
-bool LogErrors = false;
-bool LogSuccess = false;
+bool g_log_errors = false;
+bool g_log_success = false;
 
 namespace {
 
 /// Whether a usage text was written in this process.
-bool UsageShown = false;
+bool g_usage_shown = false;
 
 /// The line that the handler of Main writes for an error.
 std::wstring ErrorLine(const Error& error) {
-  const long long n = static_cast<long long>(error.number()) - ErrorBase;
+  const long long n = static_cast<long long>(error.number()) - kErrorBase;
   if (n > 0 && n < 0x10000) {
     return L"Error: [" + std::to_wstring(n) + L"] " + error.description();
   }
@@ -48,20 +48,20 @@ std::wstring ErrorLine(const Error& error) {
 void ParseOption(std::wstring argument) {
   argument = ToUpper(TrimBlanks(argument));
   if (argument == L"/LE") {
-    LogErrors = true;
+    g_log_errors = true;
   } else if (argument == L"/LS") {
-    LogSuccess = true;
+    g_log_success = true;
   } else if (argument == L"/?") {
     ShowUsage(true);
   } else if (argument == L"/DEBUG") {
-    DebugMode = true;
+    g_debug_mode = true;
   }
 }
 
 void ShowUsage(bool extended) {
-  if (UsageShown) return;
+  if (g_usage_shown) return;
   ConsoleWriteLine(FromLocale(extended ? ExtendedUsageTextBytes() : UsageTextBytes()));
-  UsageShown = true;
+  g_usage_shown = true;
 }
 
 void Main(const std::wstring& config_file) {
@@ -76,9 +76,9 @@ void Main(const std::wstring& config_file) {
   try {
     try {
       InitConsole();
-      LogErrors = false;
-      LogSuccess = false;
-      DebugMode = false;
+      g_log_errors = false;
+      g_log_success = false;
+      g_debug_mode = false;
 
       arguments = SplitCommandLine(RawCommandLine());
       for (const std::wstring& argument : arguments) {
@@ -104,22 +104,22 @@ void Main(const std::wstring& config_file) {
 
       if (!PlainFileExists(config_file)) throw AppError(570, L"Configuration file not found.");
       settings = std::make_shared<SmsSettings>();
-      settings->ConfigFile = config_file;
+      settings->config_file = config_file;
       settings->Load();
       settings->Validate();
 
       sender = std::make_unique<SmsSender>();
-      sender->Settings = settings;
+      sender->settings = settings;
       message = std::make_unique<SmsMessage>();
-      message->Recipient = recipient;
-      message->Message = text;
+      message->recipient = recipient;
+      message->message = text;
       // A request to stop that came while the run started up ends it before the port is touched.
       RaiseIfInterrupted();
       sender->SendSms(*message);
 
       const std::wstring success =
           L"Successfully sent message <" + text + L"> to recipient <" + recipient + L">";
-      if (LogSuccess) LogEvent(success, 4);
+      if (g_log_success) LogEvent(success, 4);
       ConsoleWriteLine(success);
     } catch (const std::bad_alloc&) {
       throw Error(7, kProgramSource, L"Out of memory");
@@ -132,7 +132,7 @@ void Main(const std::wstring& config_file) {
     // From here on further errors are ignored: the line goes out regardless.
     const std::wstring line = ErrorLine(error);
     ConsoleWriteLine(line);
-    if (LogErrors) {
+    if (g_log_errors) {
       try {
         LogEvent(line, 1);
       } catch (...) {

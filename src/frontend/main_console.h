@@ -6,9 +6,9 @@
 namespace kw {
 
 /// Set by /LE: the error line also goes to the event log.
-extern bool LogErrors;
+extern bool g_log_errors;
 /// Set by /LS: the success line also goes to the event log.
-extern bool LogSuccess;
+extern bool g_log_success;
 
 /// One run: reads the command line, loads the settings from the configuration file (its full
 /// path), sends, and reports in one line.

@@ -6,12 +6,12 @@
 
 namespace kw {
 
-bool DebugMode = false;
+bool g_debug_mode = false;
 
 void LogDebug(const std::wstring& text) {
-  if (DebugMode) ConsoleWriteLine(CurrentRuntime().NowText() + L"\t" + text);
+  if (g_debug_mode) ConsoleWriteLine(CurrentRuntime().NowText() + L"\t" + text);
 }
 
-void LogEvent(const std::wstring& text, int eventType) { WriteEventLog(text, eventType); }
+void LogEvent(const std::wstring& text, int event_type) { WriteEventLog(text, event_type); }
 
 }  // namespace kw

@@ -10,15 +10,15 @@ namespace kw {
 class SmsMessage {
  public:
   /// The number as the user typed it.
-  std::wstring Recipient;
-  /// The digits of Recipient; what the protocols send.
-  std::wstring ParsedRecipient;
+  std::wstring recipient;
+  /// The digits of recipient; what the protocols send.
+  std::wstring parsed_recipient;
   /// The text to send.
-  std::wstring Message;
+  std::wstring message;
   /// Never set; keeps its zero value.
-  std::chrono::system_clock::time_point DateCreated;
+  std::chrono::system_clock::time_point date_created;
   /// When the transfer succeeded.
-  std::chrono::system_clock::time_point DateSent;
+  std::chrono::system_clock::time_point date_sent;
 };
 
 }  // namespace kw

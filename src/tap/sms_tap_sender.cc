@@ -26,23 +26,23 @@ const std::wstring kEscEot = {kEsc, kEot};
 const std::wstring kLoginOpening = {kEsc, L'P', L'G', L'1'};
 
 /// Whether the sequence stands anywhere in the whole buffer; nothing is removed.
-bool Holds(const modem& link, const std::wstring& sequence) {
-  return link.recvBuffer.find(sequence) != std::wstring::npos;
+bool Holds(const Modem& link, const std::wstring& sequence) {
+  return link.recv_buffer.find(sequence) != std::wstring::npos;
 }
 
-bool Holds(const modem& link, wchar_t byte) {
-  return link.recvBuffer.find(byte) != std::wstring::npos;
+bool Holds(const Modem& link, wchar_t byte) {
+  return link.recv_buffer.find(byte) != std::wstring::npos;
 }
 
 }  // namespace
 
-void SmsTapSender::Login(const std::wstring& Authentication) {
+void SmsTapSender::Login(const std::wstring& authentication) {
   // Phase 1: a CR a second until the provider shows its prompt. The buffer is emptied before
   // each probe, so a prompt only counts when it arrives whole within one wait.
   bool prompted = false;
   for (int16_t probe = 1; probe <= kMaxProbes && !prompted; ++probe) {
     modem->comm->SetInBufferCount(0);
-    modem->recvBuffer.clear();
+    modem->recv_buffer.clear();
     modem->SendData(std::wstring(1, kCr));
     WaitSeconds(1);
     prompted = Holds(*modem, L"ID=");
@@ -57,35 +57,35 @@ void SmsTapSender::Login(const std::wstring& Authentication) {
   // on, so a NAK once seen counts again at every later pass, and the order of the tests
   // decides between replies that stand in it together.
   modem->ClearInBuffer();
-  const std::wstring request = kLoginOpening + Authentication + kCr;
-  int16_t nakCount = 0;
-  int16_t silentPasses = 0;
+  const std::wstring request = kLoginOpening + authentication + kCr;
+  int16_t nak_count = 0;
+  int16_t silent_passes = 0;
   for (;;) {
     LogDebug(L"Requesting login.");
     modem->SendData(request);
-    modem->HangUpDetected = false;
+    modem->hang_up_detected = false;
     WaitSeconds(1);
-    if (modem->HangUpDetected) {
+    if (modem->hang_up_detected) {
       throw AppError(536, L"Modem hung up unexpectedly while logging in.");
     }
     if (Holds(*modem, kAck)) {
       LogDebug(L"TAP authentication succesful");
-      Authenticated = true;
+      authenticated = true;
       return;
     }
     if (Holds(*modem, kNak)) {
-      ++nakCount;
-      if (nakCount <= kMaxNakPasses) continue;
-      const std::wstring count = std::to_wstring(nakCount);
+      ++nak_count;
+      if (nak_count <= kMaxNakPasses) continue;
+      const std::wstring count = std::to_wstring(nak_count);
       LogDebug(L"Exceeded maximum number of login attempts (" + count + L").");
-      Authenticated = false;
+      authenticated = false;
       throw AppError(530, L"Too many login attempts (" + count +
                               L"). Please check the provider authentication settings.");
     }
     if (Holds(*modem, kEscEot)) throw AppError(533, L"Forced disconnect from provider.");
     // A provider that never answers would keep this loop going as long as the line stays up.
-    ++silentPasses;
-    if (silentPasses >= kMaxSilentPasses) {
+    ++silent_passes;
+    if (silent_passes >= kMaxSilentPasses) {
       modem->HangUp();
       throw AppError(531, L"Number of login retries (" + std::to_wstring(kMaxSilentPasses) +
                               L") over. Modem hung up.");
@@ -98,19 +98,19 @@ void SmsTapSender::Send(const SmsMessage& msg) {
   // One look, no wait: the go-ahead must have come during the last wait of the login.
   if (!Holds(*modem, L"[p")) throw AppError(534, L"Provider did not say it's ok to proceed.");
 
-  std::wstring block = kStx + msg.ParsedRecipient + kCr + msg.Message + kCr + kEtx;
+  std::wstring block = kStx + msg.parsed_recipient + kCr + msg.message + kCr + kEtx;
   block += TapChecksum(block) + kCr;
 
-  if (!modem->IsConnected) {
+  if (!modem->is_connected) {
     throw AppError(535, L"Modem is not connected. Message could not be sent");
   }
   // The login's replies are no answer to the block.
-  modem->recvBuffer.clear();
+  modem->recv_buffer.clear();
   for (int16_t attempt = 1; attempt <= kMaxAttempts; ++attempt) {
-    modem->HangUpDetected = false;
+    modem->hang_up_detected = false;
     modem->SendData(block);
     WaitSeconds(1);
-    if (modem->HangUpDetected) throw AppError(537, L"Modem hung up unexpectedly.");
+    if (modem->hang_up_detected) throw AppError(537, L"Modem hung up unexpectedly.");
     if (Holds(*modem, kAck)) {
       LogDebug(L"Message was accepted by the provider.");
       return;
@@ -123,7 +123,7 @@ void SmsTapSender::Send(const SmsMessage& msg) {
       throw AppError(536, L"The message was not accepted by the provider.");
     }
     // A reply that comes too late for its wait is judged in the next one.
-    if (!modem->recvBuffer.empty()) modem->recvBuffer.clear();
+    if (!modem->recv_buffer.empty()) modem->recv_buffer.clear();
   }
   throw AppError(539, L"Too many retries. The message was not delivered.");
 }

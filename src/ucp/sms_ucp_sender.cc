@@ -77,13 +77,16 @@ std::wstring ProviderErrorText(const std::wstring& code) {
 }
 
 /// The data fields of one operation; empty for an operation without a template.
-std::wstring OperationData(const std::wstring& operation, const std::wstring& R,
-                           const std::wstring& S, const std::wstring& A, const std::wstring& E) {
-  if (operation == L"01") return R + L"/" + S + L"//3/" + E;
-  if (operation == L"03") return R + L"/" + S + L"/" + A + L"/0///////////3/" + E;
-  if (operation == L"30") return R + L"/" + S + L"////////" + E;
+std::wstring OperationData(const std::wstring& operation, const std::wstring& recipient,
+                           const std::wstring& sender, const std::wstring& authentication,
+                           const std::wstring& encoded) {
+  if (operation == L"01") return recipient + L"/" + sender + L"//3/" + encoded;
+  if (operation == L"03")
+    return recipient + L"/" + sender + L"/" + authentication + L"/0///////////3/" + encoded;
+  if (operation == L"30") return recipient + L"/" + sender + L"////////" + encoded;
   if (operation == L"51") {
-    return R + L"/" + S + L"/" + A + L"///////////////3//" + E + L"////////////";
+    return recipient + L"/" + sender + L"/" + authentication + L"///////////////3//" + encoded +
+           L"////////////";
   }
   return L"";
 }
@@ -117,29 +120,29 @@ std::wstring IA5Encode(const std::wstring& text) {
 
 std::wstring SmsUcpSender::PrepareMessage(const SmsMessage& msg) {
   LogDebug(L"Preparing UCP message.");
-  const std::wstring encoded = IA5Encode(msg.Message);
+  const std::wstring encoded = IA5Encode(msg.message);
   // The limit counts hexadecimal digits, two for each character of the message.
-  if (static_cast<long long>(encoded.size()) > TextLength) {
-    throw AppError(554, L"Message too long. Only " + std::to_wstring(TextLength) +
+  if (static_cast<long long>(encoded.size()) > text_length) {
+    throw AppError(554, L"Message too long. Only " + std::to_wstring(text_length) +
                             L" allowed for this provider.");
   }
-  if (LimitsNumbers(OperationType)) {
-    if (msg.ParsedRecipient.size() > kMaxNumberLength) {
+  if (LimitsNumbers(operation_type)) {
+    if (msg.parsed_recipient.size() > kMaxNumberLength) {
       throw AppError(552, L"Recipient phone number too long.");
     }
-    if (SenderNumber.size() > kMaxNumberLength) {
+    if (sender_number.size() > kMaxNumberLength) {
       throw AppError(553, L"Sender phone number too long.");
     }
   }
   const std::wstring data =
-      OperationData(OperationType, msg.ParsedRecipient, SenderNumber, Authentication, encoded);
+      OperationData(operation_type, msg.parsed_recipient, sender_number, authentication, encoded);
 
   // The length counts from the transaction number through the checksum, STX and ETX aside.
   const int16_t length = CheckInt16(static_cast<long long>(data.size()) + 17);
   const std::wstring padded = L"00000" + std::to_wstring(length);
-  const std::wstring lengthField = padded.substr(padded.size() - 5);
+  const std::wstring length_field = padded.substr(padded.size() - 5);
 
-  const std::wstring body = L"01/" + lengthField + L"/O/" + OperationType + L"/" + data + L"/";
+  const std::wstring body = L"01/" + length_field + L"/O/" + operation_type + L"/" + data + L"/";
   return kStx + body + UcpChecksum(body) + kEtx;
 }
 
@@ -159,21 +162,21 @@ std::wstring SmsUcpSender::UcpChecksum(const std::wstring& text) {
 void SmsUcpSender::Send(const std::wstring& msg) {
   if (!modem->comm->PortOpen()) throw AppError(555, L"Port closed prematurely.");
   modem->ClearInBuffer();
-  // What the modem said during the dial stays in recvBuffer; only an STX marks the reply.
+  // What the modem said during the dial stays in recv_buffer; only an STX marks the reply.
   WaitSeconds(kPauseSeconds);
 
   for (int transmission = 0; transmission < kTransmissions; ++transmission) {
     // A hang-up signalled during the pause or an earlier transmission no longer counts.
-    modem->HangUpDetected = false;
+    modem->hang_up_detected = false;
     LogDebug(L"Sending UCP message.");
     modem->SendData(msg);
     for (int poll = 0; poll < kPolls; ++poll) {
       // The reply and a lost line show up only while events are delivered, inside the wait.
       WaitSeconds(1);
-      if (modem->HangUpDetected) throw AppError(558, L"Modem hung up unexpectedly.");
+      if (modem->hang_up_detected) throw AppError(558, L"Modem hung up unexpectedly.");
 
       // The first STX stays the reply's start for the whole call: later replies are never read.
-      const std::wstring& received = modem->recvBuffer;
+      const std::wstring& received = modem->recv_buffer;
       const size_t start = received.find(kStx);
       if (start == std::wstring::npos) continue;
       LogDebug(L"Processing returned message.");
