@@ -37,7 +37,7 @@ Error ConversionFailure();
 /// A value that leaves the range of a 16-bit signed integer.
 Error OverflowFailure();
 
-/// Source text of the failures that the program doesn't raise by name.
+/// Source text of the failures outside the program's own range ("[Unhandled][n]" lines).
 extern const wchar_t kProgramSource[];
 
 }  // namespace kw

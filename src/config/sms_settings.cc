@@ -1,6 +1,7 @@
 #include "config/sms_settings.h"
 
 #include "base/error.h"
+#include "base/error_numbers.h"
 #include "config/ini_access.h"
 #include "log/logging.h"
 
@@ -76,9 +77,9 @@ void SmsSettings::Save() {
 }
 
 void SmsSettings::Validate() {
-  if (protocol.empty()) throw AppError(540, L"No protocol specified");
+  if (protocol.empty()) throw AppError(kNoProtocol, L"No protocol specified");
   if (protocol != L"UCP" && protocol != L"TAP") {
-    throw AppError(541, L"Unknown protocol specified : " + protocol);
+    throw AppError(kUnknownProtocol, L"Unknown protocol specified : " + protocol);
   }
 }
 

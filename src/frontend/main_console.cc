@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "base/error.h"
+#include "base/error_numbers.h"
 #include "base/string_util.h"
 #include "base/text.h"
 #include "config/ini_access.h"
@@ -102,7 +103,8 @@ void Main(const std::wstring& config_file) {
       LogDebug(L"Sms Number : " + recipient);
       LogDebug(L"Sms Message : " + text);
 
-      if (!PlainFileExists(config_file)) throw AppError(570, L"Configuration file not found.");
+      if (!PlainFileExists(config_file))
+        throw AppError(kConfigFileMissing, L"Configuration file not found.");
       settings = std::make_shared<SmsSettings>();
       settings->config_file = config_file;
       settings->Load();
@@ -122,11 +124,11 @@ void Main(const std::wstring& config_file) {
       if (g_log_success) LogEvent(success, 4);
       ConsoleWriteLine(success);
     } catch (const std::bad_alloc&) {
-      throw Error(7, kProgramSource, L"Out of memory");
+      throw Error(kOutOfMemory, kProgramSource, L"Out of memory");
     } catch (const Error&) {
       throw;
     } catch (const std::exception& failure) {
-      throw Error(51, kProgramSource, L"Internal error: " + FromLocale(failure.what()));
+      throw Error(kInternalError, kProgramSource, L"Internal error: " + FromLocale(failure.what()));
     }
   } catch (const Error& error) {
     // From here on further errors are ignored: the line goes out regardless.

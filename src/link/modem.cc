@@ -1,6 +1,7 @@
 #include "link/modem.h"
 
 #include "base/error.h"
+#include "base/error_numbers.h"
 #include "base/int16.h"
 #include "base/string_util.h"
 #include "link/communication.h"
@@ -63,7 +64,7 @@ void Modem::DialSmsCenter(const std::wstring& sms_center_number) {
   try {
     comm->SetPortOpen(true);
   } catch (const Error&) {
-    throw AppError(520,
+    throw AppError(kPortOpenFailed,
                    L"Error opening com port. Make sure no other application is using this port.");
   }
 
@@ -84,8 +85,8 @@ void Modem::DialSmsCenter(const std::wstring& sms_center_number) {
     pending_error_description_ = e.description();
   }
   if (failed) {
-    throw AppError(521, L"Dialing Error (" + std::to_wstring(pending_error_number_) + L"-" +
-                            pending_error_description_ + L")");
+    throw AppError(kDialWriteFailed, L"Dialing Error (" + std::to_wstring(pending_error_number_) +
+                                         L"-" + pending_error_description_ + L")");
   }
 
   Runtime& runtime = CurrentRuntime();
@@ -98,7 +99,7 @@ void Modem::DialSmsCenter(const std::wstring& sms_center_number) {
     if (is_connected) break;
     if (runtime.NowSeconds() - dial_start > connection_timeout) {
       is_connected = false;
-      throw AppError(523, L"Connection timed out. No response from Modem.");
+      throw AppError(kDialTimedOut, L"Connection timed out. No response from Modem.");
     }
     // Sleeps until the modem says something or the next whole second: the wait never spins.
     runtime.WaitForEvent();
@@ -144,15 +145,16 @@ void Modem::MessageHandler(const std::wstring& in_buff) {
     }
     if (holds(L"NO CARRIER")) {
       hang_up_detected = true;
-      throw AppError(524,
+      throw AppError(kNoCarrier,
                      L"There is no carrier.  Please make sure that all your cables are properly "
                      L"connected.");
     }
     // The received line itself is the detail that tells the user what the modem refused.
-    if (holds(L"ERROR")) throw AppError(525, L"An Input Error occurred. (" + in_buff + L")");
-    if (holds(L"BUSY")) throw AppError(526, L"The number is busy. Please try again later.");
+    if (holds(L"ERROR")) throw AppError(kDialError, L"An Input Error occurred. (" + in_buff + L")");
+    if (holds(L"BUSY"))
+      throw AppError(kBusyOrNoDialTone, L"The number is busy. Please try again later.");
     if (holds(L"NO DIAL")) {
-      throw AppError(526,
+      throw AppError(kBusyOrNoDialTone,
                      L"There is no dial tone.  Please make sure that all your cables are properly "
                      L"connected.");
     }

@@ -1,6 +1,7 @@
 #include "sending/sms_sender.h"
 
 #include "base/error.h"
+#include "base/error_numbers.h"
 #include "base/int16.h"
 #include "base/string_util.h"
 #include "log/logging.h"
@@ -24,7 +25,7 @@ Modem& SmsSender::Link() {
 void SmsSender::SendSms(SmsMessage& msg) {
   try {
     msg.parsed_recipient = DigitsOnly(msg.recipient);
-    if (msg.parsed_recipient.empty()) throw AppError(581, L"No recipient specified.");
+    if (msg.parsed_recipient.empty()) throw AppError(kNoRecipient, L"No recipient specified.");
     if (settings->protocol == L"TAP") {
       SendTap(msg);
     } else if (settings->protocol == L"UCP") {
@@ -54,9 +55,9 @@ void SmsSender::Connect() {
   LogDebug(L"Dialing sms center (" + settings->sms_center_number + L")");
   Raise(on_before_connect);
   const std::wstring dial_number = DigitsOnly(settings->dial_prefix + settings->sms_center_number);
-  if (dial_number.size() < 3) throw AppError(582, L"There is no smsc provider specified.");
+  if (dial_number.size() < 3) throw AppError(kNoSmsCenter, L"There is no smsc provider specified.");
   link.DialSmsCenter(dial_number);
-  if (!link.is_connected) throw AppError(580, L"Unable to connect modem.");
+  if (!link.is_connected) throw AppError(kCarrierMissing, L"Unable to connect modem.");
   Raise(on_connect);
 }
 

@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "base/error.h"
+#include "base/error_numbers.h"
 #include "base/text.h"
 #include "link/communication.h"
 #include "log/logging.h"
@@ -49,8 +50,8 @@ void SmsTapSender::Login(const std::wstring& authentication) {
   }
   if (!prompted) {
     modem->HangUp();
-    throw AppError(532, L"No login prompt from SMSC provider within " +
-                            std::to_wstring(kMaxProbes) + L" attempts. Modem hung up.");
+    throw AppError(kTapNoPrompt, L"No login prompt from SMSC provider within " +
+                                     std::to_wstring(kMaxProbes) + L" attempts. Modem hung up.");
   }
 
   // Phase 2: the request until an answer decides. The buffer keeps every reply from the prompt
@@ -66,7 +67,7 @@ void SmsTapSender::Login(const std::wstring& authentication) {
     modem->hang_up_detected = false;
     WaitSeconds(1);
     if (modem->hang_up_detected) {
-      throw AppError(536, L"Modem hung up unexpectedly while logging in.");
+      throw AppError(kTapHangUpInLogin, L"Modem hung up unexpectedly while logging in.");
     }
     if (Holds(*modem, kAck)) {
       LogDebug(L"TAP authentication succesful");
@@ -79,16 +80,19 @@ void SmsTapSender::Login(const std::wstring& authentication) {
       const std::wstring count = std::to_wstring(nak_count);
       LogDebug(L"Exceeded maximum number of login attempts (" + count + L").");
       authenticated = false;
-      throw AppError(530, L"Too many login attempts (" + count +
-                              L"). Please check the provider authentication settings.");
+      throw AppError(kTapLoginRefused,
+                     L"Too many login attempts (" + count +
+                         L"). Please check the provider authentication settings.");
     }
-    if (Holds(*modem, kEscEot)) throw AppError(533, L"Forced disconnect from provider.");
+    if (Holds(*modem, kEscEot))
+      throw AppError(kTapForcedDisconnect, L"Forced disconnect from provider.");
     // A provider that never answers would keep this loop going as long as the line stays up.
     ++silent_passes;
     if (silent_passes >= kMaxSilentPasses) {
       modem->HangUp();
-      throw AppError(531, L"Number of login retries (" + std::to_wstring(kMaxSilentPasses) +
-                              L") over. Modem hung up.");
+      throw AppError(kTapLoginUnanswered, L"Number of login retries (" +
+                                              std::to_wstring(kMaxSilentPasses) +
+                                              L") over. Modem hung up.");
     }
   }
 }
@@ -96,13 +100,14 @@ void SmsTapSender::Login(const std::wstring& authentication) {
 void SmsTapSender::Send(const SmsMessage& msg) {
   LogDebug(L"Sending TAP message.");
   // One look, no wait: the go-ahead must have come during the last wait of the login.
-  if (!Holds(*modem, L"[p")) throw AppError(534, L"Provider did not say it's ok to proceed.");
+  if (!Holds(*modem, L"[p"))
+    throw AppError(kTapNoGoAhead, L"Provider did not say it's ok to proceed.");
 
   std::wstring block = kStx + msg.parsed_recipient + kCr + msg.message + kCr + kEtx;
   block += TapChecksum(block) + kCr;
 
   if (!modem->is_connected) {
-    throw AppError(535, L"Modem is not connected. Message could not be sent");
+    throw AppError(kTapLineDown, L"Modem is not connected. Message could not be sent");
   }
   // The login's replies are no answer to the block.
   modem->recv_buffer.clear();
@@ -110,7 +115,8 @@ void SmsTapSender::Send(const SmsMessage& msg) {
     modem->hang_up_detected = false;
     modem->SendData(block);
     WaitSeconds(1);
-    if (modem->hang_up_detected) throw AppError(537, L"Modem hung up unexpectedly.");
+    if (modem->hang_up_detected)
+      throw AppError(kTapHangUpAfterSend, L"Modem hung up unexpectedly.");
     if (Holds(*modem, kAck)) {
       LogDebug(L"Message was accepted by the provider.");
       return;
@@ -118,14 +124,14 @@ void SmsTapSender::Send(const SmsMessage& msg) {
     if (Holds(*modem, kNak)) {
       LogDebug(L"Message requested again.");
     } else if (Holds(*modem, kRs)) {
-      throw AppError(538, L"The message was rejected by the provider.");
+      throw AppError(kTapMessageRejected, L"The message was rejected by the provider.");
     } else if (Holds(*modem, kEscEot)) {
-      throw AppError(536, L"The message was not accepted by the provider.");
+      throw AppError(kTapMessageNotAccepted, L"The message was not accepted by the provider.");
     }
     // A reply that comes too late for its wait is judged in the next one.
     if (!modem->recv_buffer.empty()) modem->recv_buffer.clear();
   }
-  throw AppError(539, L"Too many retries. The message was not delivered.");
+  throw AppError(kTapTooManyRetries, L"Too many retries. The message was not delivered.");
 }
 
 std::wstring SmsTapSender::TapChecksum(const std::wstring& text) {

@@ -1,6 +1,7 @@
 #include "ucp/sms_ucp_sender.h"
 
 #include "base/error.h"
+#include "base/error_numbers.h"
 #include "base/int16.h"
 #include "base/text.h"
 #include "link/communication.h"
@@ -113,7 +114,7 @@ std::wstring IA5Encode(const std::wstring& text) {
     }
     return encoded;
   } catch (const Error& failure) {
-    throw AppError(550,
+    throw AppError(kEncodingFailed,
                    L"Error occured in IA5Encoding of message (" + failure.description() + L")");
   }
 }
@@ -123,15 +124,15 @@ std::wstring SmsUcpSender::PrepareMessage(const SmsMessage& msg) {
   const std::wstring encoded = IA5Encode(msg.message);
   // The limit counts hexadecimal digits, two for each character of the message.
   if (static_cast<long long>(encoded.size()) > text_length) {
-    throw AppError(554, L"Message too long. Only " + std::to_wstring(text_length) +
-                            L" allowed for this provider.");
+    throw AppError(kMessageTooLong, L"Message too long. Only " + std::to_wstring(text_length) +
+                                        L" allowed for this provider.");
   }
   if (LimitsNumbers(operation_type)) {
     if (msg.parsed_recipient.size() > kMaxNumberLength) {
-      throw AppError(552, L"Recipient phone number too long.");
+      throw AppError(kRecipientTooLong, L"Recipient phone number too long.");
     }
     if (sender_number.size() > kMaxNumberLength) {
-      throw AppError(553, L"Sender phone number too long.");
+      throw AppError(kSenderTooLong, L"Sender phone number too long.");
     }
   }
   const std::wstring data =
@@ -160,7 +161,7 @@ std::wstring SmsUcpSender::UcpChecksum(const std::wstring& text) {
 }
 
 void SmsUcpSender::Send(const std::wstring& msg) {
-  if (!modem->comm->PortOpen()) throw AppError(555, L"Port closed prematurely.");
+  if (!modem->comm->PortOpen()) throw AppError(kUcpPortClosed, L"Port closed prematurely.");
   modem->ClearInBuffer();
   // What the modem said during the dial stays in recv_buffer; only an STX marks the reply.
   WaitSeconds(kPauseSeconds);
@@ -173,7 +174,7 @@ void SmsUcpSender::Send(const std::wstring& msg) {
     for (int poll = 0; poll < kPolls; ++poll) {
       // The reply and a lost line show up only while events are delivered, inside the wait.
       WaitSeconds(1);
-      if (modem->hang_up_detected) throw AppError(558, L"Modem hung up unexpectedly.");
+      if (modem->hang_up_detected) throw AppError(kUcpHangUp, L"Modem hung up unexpectedly.");
 
       // The first STX stays the reply's start for the whole call: later replies are never read.
       const std::wstring& received = modem->recv_buffer;
@@ -192,11 +193,15 @@ void SmsUcpSender::Send(const std::wstring& msg) {
         const std::wstring code = start + kCodeOffset < received.size()
                                       ? received.substr(start + kCodeOffset, 2)
                                       : std::wstring();
-        throw AppError(559, L"Error received from provider : " + ProviderErrorText(code));
+        const std::wstring description =
+            L"Error received from provider : " + ProviderErrorText(code);
+        // One number, two rows in the table of error lines, which tell them apart by the text.
+        if (code == L"07") throw AppError(kUcpAuthenticationFailed, description);
+        throw AppError(kUcpMessageRefused, description);
       }
     }
   }
-  throw AppError(557, L"Too many retries. The message was not delivered.");
+  throw AppError(kUcpTooManyRetries, L"Too many retries. The message was not delivered.");
 }
 
 }  // namespace kw

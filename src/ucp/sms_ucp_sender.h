@@ -10,7 +10,7 @@
 namespace kw {
 
 /// Writes each character's line code as two upper-case hexadecimal digits ("abc" -> "616263").
-/// Raises kErrorBase + 550 for a text of 32,767 characters or more.
+/// Raises kEncodingFailed (550) for a text of 32,767 characters or more.
 std::wstring IA5Encode(const std::wstring& text);
 
 /// The UCP side of sending: builds the frame of one operation and hands it over.
