@@ -103,8 +103,9 @@ void Main(const std::wstring& config_file) {
       LogDebug(L"Sms Number : " + recipient);
       LogDebug(L"Sms Message : " + text);
 
-      if (!PlainFileExists(config_file))
+      if (!PlainFileExists(config_file)) {
         throw AppError(kConfigFileMissing, L"Configuration file not found.");
+      }
       settings = std::make_shared<SmsSettings>();
       settings->config_file = config_file;
       settings->Load();

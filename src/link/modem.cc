@@ -151,8 +151,9 @@ void Modem::MessageHandler(const std::wstring& in_buff) {
     }
     // The received line itself is the detail that tells the user what the modem refused.
     if (holds(L"ERROR")) throw AppError(kDialError, L"An Input Error occurred. (" + in_buff + L")");
-    if (holds(L"BUSY"))
+    if (holds(L"BUSY")) {
       throw AppError(kBusyOrNoDialTone, L"The number is busy. Please try again later.");
+    }
     if (holds(L"NO DIAL")) {
       throw AppError(kBusyOrNoDialTone,
                      L"There is no dial tone.  Please make sure that all your cables are properly "

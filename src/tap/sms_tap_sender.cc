@@ -84,8 +84,9 @@ void SmsTapSender::Login(const std::wstring& authentication) {
                      L"Too many login attempts (" + count +
                          L"). Please check the provider authentication settings.");
     }
-    if (Holds(*modem, kEscEot))
+    if (Holds(*modem, kEscEot)) {
       throw AppError(kTapForcedDisconnect, L"Forced disconnect from provider.");
+    }
     // A provider that never answers would keep this loop going as long as the line stays up.
     ++silent_passes;
     if (silent_passes >= kMaxSilentPasses) {
@@ -100,8 +101,9 @@ void SmsTapSender::Login(const std::wstring& authentication) {
 void SmsTapSender::Send(const SmsMessage& msg) {
   LogDebug(L"Sending TAP message.");
   // One look, no wait: the go-ahead must have come during the last wait of the login.
-  if (!Holds(*modem, L"[p"))
+  if (!Holds(*modem, L"[p")) {
     throw AppError(kTapNoGoAhead, L"Provider did not say it's ok to proceed.");
+  }
 
   std::wstring block = kStx + msg.parsed_recipient + kCr + msg.message + kCr + kEtx;
   block += TapChecksum(block) + kCr;
@@ -115,8 +117,9 @@ void SmsTapSender::Send(const SmsMessage& msg) {
     modem->hang_up_detected = false;
     modem->SendData(block);
     WaitSeconds(1);
-    if (modem->hang_up_detected)
+    if (modem->hang_up_detected) {
       throw AppError(kTapHangUpAfterSend, L"Modem hung up unexpectedly.");
+    }
     if (Holds(*modem, kAck)) {
       LogDebug(L"Message was accepted by the provider.");
       return;

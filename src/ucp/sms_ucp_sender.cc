@@ -82,8 +82,9 @@ std::wstring OperationData(const std::wstring& operation, const std::wstring& re
                            const std::wstring& sender, const std::wstring& authentication,
                            const std::wstring& encoded) {
   if (operation == L"01") return recipient + L"/" + sender + L"//3/" + encoded;
-  if (operation == L"03")
+  if (operation == L"03") {
     return recipient + L"/" + sender + L"/" + authentication + L"/0///////////3/" + encoded;
+  }
   if (operation == L"30") return recipient + L"/" + sender + L"////////" + encoded;
   if (operation == L"51") {
     return recipient + L"/" + sender + L"/" + authentication + L"///////////////3//" + encoded +
