@@ -4,9 +4,9 @@
 #include <string>
 #include <vector>
 
+#include "base/string_util.h"
 #include "base/text.h"
 #include "frontend/command_line.h"
-#include "frontend/string_util.h"
 #include "os/raw_command_line.h"
 #include "require.h"
 

@@ -10,9 +10,9 @@
 #include "base/error.h"
 #include "base/text.h"
 #include "link/modem.h"
+#include "message/sms_message.h"
 #include "os/runtime.h"
 #include "require.h"
-#include "sending/sms_message.h"
 #include "sim/peer.h"
 #include "sim/virtual_runtime.h"
 #include "tap/sms_tap_sender.h"
@@ -65,7 +65,7 @@ struct VirtualLine {
   explicit VirtualLine(Input& input) : peer(input, runtime) { runtime.set_peer(&peer); }
   /// Takes the link down as the sender does on every way out; the port must end closed.
   void TakeDown() {
-    if (link.IsConnected) link.HangUp();
+    if (link.is_connected) link.HangUp();
     link.comm->SetPortOpen(false);
     const auto& lines = runtime.transcript();
     Require(!link.comm->PortOpen() && std::count(lines.begin(), lines.end(), "-- open") ==
@@ -88,7 +88,7 @@ struct VirtualLine {
   ScopedRuntime installed{runtime};
   ScriptedPeer peer;
   /// Last, so that its port closes while the peer and the clock are still there.
-  modem link;
+  Modem link;
 };
 
 /// Runs a step: 0 for a normal return, n for the program's own error n, the raw number for any
@@ -100,7 +100,7 @@ int Outcome(const std::function<void()>& step, std::wstring* description = nullp
     return 0;
   } catch (const Error& e) {
     if (description) *description = e.description();
-    const int64_t n = static_cast<int64_t>(e.number()) - ErrorBase;
+    const int64_t n = static_cast<int64_t>(e.number()) - kErrorBase;
     return n >= 0 && n < 0x10000 ? static_cast<int>(n) : e.number();
   }
 }
@@ -122,16 +122,16 @@ void Dial(Input& input) {
   VirtualLine line(input);
   line.peer.carrier_after_ms = carrier == 0 ? -1 : (carrier - 1) * 250;
   line.link.Initialize(L"1");
-  line.link.ConnectionTimeout = timeout;
+  line.link.connection_timeout = timeout;
 
   std::wstring said;
   const int outcome = Outcome([&] { line.link.DialSmsCenter(L"0800123456"); }, &said);
-  const bool connected = line.link.IsConnected;
+  const bool connected = line.link.is_connected;
   Require(std::set<int>{0, 523, 524, 525, 526}.count(outcome), "the dial ends in a documented way");
   Require(line.ElapsedMs() < (std::max<int64_t>(timeout, 0) + 34) * 1000,
           "the dial ends within the time-out and the carrier wait");
   // A line ends at CR; an LF anywhere is no part of it.
-  std::wstring lines = line.link.recvBuffer;
+  std::wstring lines = line.link.recv_buffer;
   lines.erase(std::remove(lines.begin(), lines.end(), L'\n'), lines.end());
   Require(outcome != 0 || lines.find(L"CONNECT") != std::wstring::npos,
           "no connection without a CONNECT");
@@ -140,7 +140,7 @@ void Dial(Input& input) {
   Require(outcome != 525 || (said.back() == L')' && said.find(L"ERROR") != std::wstring::npos &&
                              said.find_first_of(L"\r\n") == std::wstring::npos),
           "ERROR shows the modem's one line");
-  Require(FromLine(line.Received()).rfind(line.link.recvBuffer, 0) == 0,
+  Require(FromLine(line.Received()).rfind(line.link.recv_buffer, 0) == 0,
           "the receive buffer holds what came, in order");
   line.TakeDown();
   // The only commands the program ever gives the modem.
@@ -154,7 +154,7 @@ void Tap(VirtualLine& line, const SmsMessage& msg) {
   tap.modem = &line.link;
   const int outcome = Outcome([&] {
     tap.Login(L"secret");
-    if (tap.Authenticated) tap.Send(msg);
+    if (tap.authenticated) tap.Send(msg);
   });
   Require(outcome == 0 || (outcome >= 530 && outcome <= 539), "TAP ends in a documented way");
   // Ten probes, at most 35 login passes (30 silent, 5 NAK), five blocks: a second each.
@@ -175,9 +175,9 @@ void Tap(VirtualLine& line, const SmsMessage& msg) {
 /// The UCP frame and the judging of the reply, with a scripted centre behind a link that is up.
 void Ucp(VirtualLine& line, const SmsMessage& msg) {
   SmsUcpSender sender;
-  sender.OperationType = L"01";
-  sender.TextLength = 320;
-  sender.SenderNumber = L"678";
+  sender.operation_type = L"01";
+  sender.text_length = 320;
+  sender.sender_number = L"678";
   sender.modem = &line.link;
   const std::wstring frame = sender.PrepareMessage(msg);
   std::wstring said;
@@ -209,10 +209,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   kw::fuzz::VirtualLine line(input);  // with the link up, as a protocol sender finds it
   line.link.Initialize(L"1");
   line.link.comm->SetPortOpen(true);
-  line.link.IsConnected = true;
+  line.link.is_connected = true;
   kw::SmsMessage msg;
-  msg.ParsedRecipient = L"123";
-  msg.Message = L"abc";
+  msg.parsed_recipient = L"123";
+  msg.message = L"abc";
   part == 1 ? kw::fuzz::Tap(line, msg) : kw::fuzz::Ucp(line, msg);
   return 0;
 }

@@ -69,11 +69,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
   // Any value under a name the file can hold reads back as the rules give it. A name or value
   // with what is no Unicode character (past U+10FFFF) a file saved as UTF-16 can't hold.
-  const size_t keyStart = key.find_first_not_of(L" \t");
+  const size_t key_start = key.find_first_not_of(L" \t");
   const std::wstring all = section + key + value;
   if (section.find_first_of(L"\r\n") != std::wstring::npos ||
       key.find_first_of(L"\r\n=") != std::wstring::npos ||
-      (keyStart != std::wstring::npos && key[keyStart] == L'[') ||
+      (key_start != std::wstring::npos && key[key_start] == L'[') ||
       std::any_of(all.begin(), all.end(), [](wchar_t c) { return c > 0x10FFFF; }))
     return 0;
   kw::ProfileWriteString(section, key, value, path);

@@ -17,7 +17,7 @@ std::string Outcome(const std::function<void()>& step) {
     step();
     return "ok";
   } catch (const Error& e) {
-    const int64_t n = e.number() < 0 ? int64_t{e.number()} - ErrorBase : e.number();
+    const int64_t n = e.number() < 0 ? int64_t{e.number()} - kErrorBase : e.number();
     const std::wstring source = e.source().empty() ? L"" : e.source() + L": ";
     return "[" + std::to_string(n) + "] " + ToLine(source + e.description());
   }
@@ -46,15 +46,15 @@ void ExpectRun(const RunCase& c) {
   auto number = [&take](const std::string& key) { return std::stoll(take(key)); };
   auto settings = std::make_shared<SmsSettings>();
   const std::pair<const char*, std::wstring SmsSettings::*> fields[] = {
-      {"Protocol", &SmsSettings::Protocol},
-      {"Port", &SmsSettings::Port},
-      {"ConnectionTimeout", &SmsSettings::ConnectionTimeout},
-      {"DialPrefix", &SmsSettings::DialPrefix},
-      {"SmsCenterNumber", &SmsSettings::SmsCenterNumber},
-      {"OpType", &SmsSettings::OpType},
-      {"TextLength", &SmsSettings::TextLength},
-      {"SenderNumber", &SmsSettings::SenderNumber},
-      {"Authentication", &SmsSettings::Authentication}};
+      {"Protocol", &SmsSettings::protocol},
+      {"Port", &SmsSettings::port},
+      {"ConnectionTimeout", &SmsSettings::connection_timeout},
+      {"DialPrefix", &SmsSettings::dial_prefix},
+      {"SmsCenterNumber", &SmsSettings::sms_center_number},
+      {"OpType", &SmsSettings::op_type},
+      {"TextLength", &SmsSettings::text_length},
+      {"SenderNumber", &SmsSettings::sender_number},
+      {"Authentication", &SmsSettings::authentication}};
   for (const auto& [name, field] : fields) (*settings).*field = FromLine(take(name, ""));
   sim::ModemScenario scenario;
   scenario.dial_result = take("result", scenario.dial_result);
@@ -67,8 +67,8 @@ void ExpectRun(const RunCase& c) {
   if (scenario.carrier_delay_ms > 0) scenario.carrier = sim::CarrierMode::kLate;
   if (scenario.carrier_delay_ms < 0) scenario.carrier = sim::CarrierMode::kNever;
   SmsMessage message;
-  message.Recipient = FromLine(take("to", "+1 (234) 5"));
-  message.Message = FromLine(take("text", "abc"));
+  message.recipient = FromLine(take("to", "+1 (234) 5"));
+  message.message = FromLine(take("text", "abc"));
 
   const int64_t start = std::stoll(take("start", "1000000"));
   sim::VirtualRuntime runtime(start);
@@ -77,15 +77,15 @@ void ExpectRun(const RunCase& c) {
   sim::SimModem modem(scenario);
   runtime.set_peer(&modem);
   SmsSender sender;  // closes its port on the modem, which outlives it
-  sender.Settings = settings;
+  sender.settings = settings;
   const bool unplug = number("unplug");
-  sender.OnBeforeSend = [&] {
-    if (unplug) sender.Link().IsConnected = false, sender.Link().comm->SetPortOpen(false);
+  sender.on_before_send = [&] {
+    if (unplug) sender.Link().is_connected = false, sender.Link().comm->SetPortOpen(false);
   };
   if (keys.count("stop"))
     runtime.At(start + number("stop"), [] { NoteInterruptRequest(L"SIGTERM"); });
   modem.SetCentre(
-      sim::MakeCentre(take("centre", settings->Protocol == L"UCP" ? "ucp" : "tap"), keys));
+      sim::MakeCentre(take("centre", settings->protocol == L"UCP" ? "ucp" : "tap"), keys));
   EXPECT_EQ(Outcome([&] { sender.SendSms(message); }), c.want);
   ForgetInterruptRequest();
   EXPECT_FALSE(sender.Link().comm && sender.Link().comm->PortOpen());

@@ -12,7 +12,7 @@
 namespace kw::test {
 
 /// "ok", or the error the step raised as "[n] source: description"; the program's own errors
-/// count n from ErrorBase and carry no source, so they read "[n] description".
+/// count n from kErrorBase and carry no source, so they read "[n] description".
 std::string Outcome(const std::function<void()>& step);
 
 /// The error line of a run that a SIGTERM ends.

@@ -1,5 +1,6 @@
 #include "base/error.h"
 
+#include "base/error_numbers.h"
 #include "base/text.h"
 
 namespace kw {
@@ -13,11 +14,11 @@ Error::Error(int32_t number, std::wstring source, std::wstring description)
       what_(ToLocale(description_)) {}
 
 Error AppError(int n, std::wstring description) {
-  return Error(ErrorBase + n, L"", std::move(description));
+  return Error(kErrorBase + n, L"", std::move(description));
 }
 
-Error ConversionFailure() { return Error(13, kProgramSource, L"Type mismatch"); }
+Error ConversionFailure() { return Error(kTypeMismatch, kProgramSource, L"Type mismatch"); }
 
-Error OverflowFailure() { return Error(6, kProgramSource, L"Overflow"); }
+Error OverflowFailure() { return Error(kOverflow, kProgramSource, L"Overflow"); }
 
 }  // namespace kw

@@ -7,8 +7,8 @@
 
 namespace kw {
 
-/// Base of the program's own error numbers: an error n is raised as ErrorBase + n.
-constexpr int32_t ErrorBase = static_cast<int32_t>(-2147221504);  // 0x80040000
+/// Base of the program's own error numbers: an error n is raised as kErrorBase + n.
+constexpr int32_t kErrorBase = static_cast<int32_t>(-2147221504);  // 0x80040000
 
 /// The one raised error of the program: a number, a source and a description.
 class Error : public std::exception {
@@ -28,7 +28,7 @@ class Error : public std::exception {
   std::string what_;
 };
 
-/// The program's own error ErrorBase + n, which carries no source.
+/// The program's own error kErrorBase + n, which carries no source.
 Error AppError(int n, std::wstring description);
 
 /// A text that can't be read as a number.
@@ -37,7 +37,7 @@ Error ConversionFailure();
 /// A value that leaves the range of a 16-bit signed integer.
 Error OverflowFailure();
 
-/// Source text of the failures that the program doesn't raise by name.
+/// Source text of the failures outside the program's own range ("[Unhandled][n]" lines).
 extern const wchar_t kProgramSource[];
 
 }  // namespace kw

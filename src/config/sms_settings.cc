@@ -1,9 +1,9 @@
 #include "config/sms_settings.h"
 
 #include "base/error.h"
-#include "config/win_util.h"
-#include "frontend/logging.h"
-#include "os/platform.h"
+#include "base/error_numbers.h"
+#include "config/ini_access.h"
+#include "log/logging.h"
 
 namespace kw {
 namespace {
@@ -13,23 +13,23 @@ struct SettingKey {
   const wchar_t* section;
   const wchar_t* key;
   std::wstring SmsSettings::*field;
-  const wchar_t* defaultValue;
+  const wchar_t* default_value;
 };
 
 const SettingKey kKeys[] = {
-    {L"Provider", L"Id", &SmsSettings::Provider, L""},
-    {L"Provider", L"Protocol", &SmsSettings::Protocol, L""},
-    {L"Provider", L"SmsCenterNumber", &SmsSettings::SmsCenterNumber, L""},
-    {L"Provider", L"OpType", &SmsSettings::OpType, L""},
-    {L"Provider", L"Authentication", &SmsSettings::Authentication, L""},
-    {L"Provider", L"Legitimization", &SmsSettings::Legitimization, L""},
-    {L"Provider", L"CommSettings", &SmsSettings::CommSettings, L""},
-    {L"Provider", L"BaudRate", &SmsSettings::Baudrate, L""},
-    {L"Provider", L"TextLength", &SmsSettings::TextLength, L""},
-    {L"Modem", L"Port", &SmsSettings::Port, L""},
-    {L"Modem", L"ConnectionTimeout", &SmsSettings::ConnectionTimeout, L"20"},
-    {L"Modem", L"DialPrefix", &SmsSettings::DialPrefix, L""},
-    {L"User", L"SenderNumber", &SmsSettings::SenderNumber, L""},
+    {L"Provider", L"Id", &SmsSettings::provider, L""},
+    {L"Provider", L"Protocol", &SmsSettings::protocol, L""},
+    {L"Provider", L"SmsCenterNumber", &SmsSettings::sms_center_number, L""},
+    {L"Provider", L"OpType", &SmsSettings::op_type, L""},
+    {L"Provider", L"Authentication", &SmsSettings::authentication, L""},
+    {L"Provider", L"Legitimization", &SmsSettings::legitimization, L""},
+    {L"Provider", L"CommSettings", &SmsSettings::comm_settings, L""},
+    {L"Provider", L"BaudRate", &SmsSettings::baud_rate, L""},
+    {L"Provider", L"TextLength", &SmsSettings::text_length, L""},
+    {L"Modem", L"Port", &SmsSettings::port, L""},
+    {L"Modem", L"ConnectionTimeout", &SmsSettings::connection_timeout, L"20"},
+    {L"Modem", L"DialPrefix", &SmsSettings::dial_prefix, L""},
+    {L"User", L"SenderNumber", &SmsSettings::sender_number, L""},
 };
 
 /// The listing of ShowSettings: a label and its field, shown only when not empty.
@@ -39,32 +39,28 @@ struct ShownSetting {
 };
 
 const ShownSetting kShown[] = {
-    {L"Provider Id : ", &SmsSettings::Provider},
-    {L"Protocol : ", &SmsSettings::Protocol},
-    {L"SmsCenterNumber : ", &SmsSettings::SmsCenterNumber},
-    {L"OpType : ", &SmsSettings::OpType},
-    {L"Authentication : ", &SmsSettings::Authentication},
-    {L"Legitimization : ", &SmsSettings::Legitimization},
-    {L"CommSettings : ", &SmsSettings::CommSettings},
-    {L"BaudRate : ", &SmsSettings::Baudrate},
-    {L"TextLength : ", &SmsSettings::TextLength},
-    {L"Port : ", &SmsSettings::Port},
-    {L"SenderNumber : ", &SmsSettings::SenderNumber},
-    {L"ConnectionTimeout : ", &SmsSettings::ConnectionTimeout},
-    {L"DialPrefix : ", &SmsSettings::DialPrefix},
+    {L"Provider Id : ", &SmsSettings::provider},
+    {L"Protocol : ", &SmsSettings::protocol},
+    {L"SmsCenterNumber : ", &SmsSettings::sms_center_number},
+    {L"OpType : ", &SmsSettings::op_type},
+    {L"Authentication : ", &SmsSettings::authentication},
+    {L"Legitimization : ", &SmsSettings::legitimization},
+    {L"CommSettings : ", &SmsSettings::comm_settings},
+    {L"BaudRate : ", &SmsSettings::baud_rate},
+    {L"TextLength : ", &SmsSettings::text_length},
+    {L"Port : ", &SmsSettings::port},
+    {L"SenderNumber : ", &SmsSettings::sender_number},
+    {L"ConnectionTimeout : ", &SmsSettings::connection_timeout},
+    {L"DialPrefix : ", &SmsSettings::dial_prefix},
 };
 
 }  // namespace
 
 void SmsSettings::Load() {
   // A read that fails leaves its field as it was; the next read runs.
-  try {
-    if (ConfigFile.empty()) ConfigFile = ExecutableFolder() + kPathSeparator + L"kestrawind.ini";
-  } catch (const Error&) {
-  }
   for (const SettingKey& k : kKeys) {
     try {
-      this->*k.field = IniGet(ConfigFile, k.section, k.key, k.defaultValue);
+      this->*k.field = IniGet(config_file, k.section, k.key, k.default_value);
     } catch (const Error&) {
     }
   }
@@ -74,16 +70,16 @@ void SmsSettings::Load() {
 void SmsSettings::Save() {
   for (const SettingKey& k : kKeys) {
     try {
-      IniPut(ConfigFile, k.section, k.key, this->*k.field);
+      IniPut(config_file, k.section, k.key, this->*k.field);
     } catch (const Error&) {
     }
   }
 }
 
 void SmsSettings::Validate() {
-  if (Protocol.empty()) throw AppError(540, L"No protocol specified");
-  if (Protocol != L"UCP" && Protocol != L"TAP") {
-    throw AppError(541, L"Unknown protocol specified : " + Protocol);
+  if (protocol.empty()) throw AppError(kNoProtocol, L"No protocol specified");
+  if (protocol != L"UCP" && protocol != L"TAP") {
+    throw AppError(kUnknownProtocol, L"Unknown protocol specified : " + protocol);
   }
 }
 

@@ -8,24 +8,24 @@ namespace kw {
 /// All configuration of one run, as plain texts read from kestrawind.ini.
 class SmsSettings {
  public:
-  std::wstring ConfigFile;         ///< full path of the configuration file
-  std::wstring Provider;           ///< [Provider] Id: shown only
-  std::wstring SmsCenterNumber;    ///< [Provider] SmsCenterNumber: dialled behind DialPrefix
-  std::wstring Authentication;     ///< [Provider] Authentication: TAP password, UCP field
-  std::wstring Legitimization;     ///< [Provider] Legitimization: held for UCP
-  std::wstring Protocol;           ///< [Provider] Protocol: "TAP" or "UCP"
-  std::wstring OpType;             ///< [Provider] OpType: UCP operation type
-  std::wstring CommSettings;       ///< [Provider] CommSettings: shown only
-  std::wstring Baudrate;           ///< [Provider] BaudRate: shown only
-  std::wstring TextLength;         ///< [Provider] TextLength: UCP limit on the encoded text
-  std::wstring Port;               ///< [Modem] Port: serial port number
-  std::wstring ConnectionTimeout;  ///< [Modem] ConnectionTimeout: seconds, default 20
-  std::wstring DialPrefix;         ///< [Modem] DialPrefix: dialled before the centre's number
-  std::wstring SenderNumber;       ///< [User] SenderNumber: UCP sender
+  std::wstring config_file;         ///< full path of the configuration file
+  std::wstring provider;            ///< [Provider] Id: shown only
+  std::wstring sms_center_number;   ///< [Provider] SmsCenterNumber: dialled behind DialPrefix
+  std::wstring authentication;      ///< [Provider] Authentication: TAP password, UCP field
+  std::wstring legitimization;      ///< [Provider] Legitimization: held for UCP
+  std::wstring protocol;            ///< [Provider] Protocol: "TAP" or "UCP"
+  std::wstring op_type;             ///< [Provider] OpType: UCP operation type
+  std::wstring comm_settings;       ///< [Provider] CommSettings: shown only
+  std::wstring baud_rate;           ///< [Provider] BaudRate: shown only
+  std::wstring text_length;         ///< [Provider] TextLength: UCP limit on the encoded text
+  std::wstring port;                ///< [Modem] Port: serial port number
+  std::wstring connection_timeout;  ///< [Modem] ConnectionTimeout: seconds, default 20
+  std::wstring dial_prefix;         ///< [Modem] DialPrefix: dialled before the centre's number
+  std::wstring sender_number;       ///< [User] SenderNumber: UCP sender
 
-  /// Fills the fields from ConfigFile (the default path when empty), then lists them.
+  /// Fills the fields from config_file, then lists them.
   void Load();
-  /// Writes every field to ConfigFile in the canonical order; reports nothing.
+  /// Writes every field to config_file in the canonical order; reports nothing.
   void Save();
   /// Raises 540 or 541 unless Protocol is "TAP" or "UCP".
   void Validate();

@@ -1,7 +1,7 @@
 #include "frontend/command_line.h"
 
 #include "base/int16.h"
-#include "frontend/string_util.h"
+#include "base/string_util.h"
 
 namespace kw {
 namespace {
@@ -10,9 +10,9 @@ enum class SplitState { BetweenArguments, InArgument, InQuotes };
 
 }  // namespace
 
-std::vector<std::wstring> SplitCommandLine(const std::wstring& commandLine) {
+std::vector<std::wstring> SplitCommandLine(const std::wstring& command_line) {
   // Position and length are 16-bit counters.
-  const int16_t length = CheckInt16(static_cast<long long>(commandLine.size()));
+  const int16_t length = CheckInt16(static_cast<long long>(command_line.size()));
   std::vector<std::wstring> arguments;
   SplitState state = SplitState::BetweenArguments;
   std::wstring token;
@@ -21,7 +21,7 @@ std::vector<std::wstring> SplitCommandLine(const std::wstring& commandLine) {
 
   for (int16_t position = 0; position < length; ++position) {
     previous = current;
-    current = commandLine[position];
+    current = command_line[position];
     const bool last = position == length - 1;
     const bool blank = IsWhitespace(std::wstring(1, current));
 

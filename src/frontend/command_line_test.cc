@@ -2,6 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <random>
+
+#include "base/string_util.h"
+#include "os/raw_command_line.h"
 #include "unit_util.h"
 
 TEST(SplitCommandLine, ReadsRawLinesTheSystemWay) {
@@ -26,4 +30,24 @@ TEST(SplitCommandLine, ReadsRawLinesTheSystemWay) {
     EXPECT_EQ(kw::SplitCommandLine(raw), args) << testing::PrintToString(raw);
   EXPECT_EQ(kw::SplitCommandLine(std::wstring(32767, L'a')).size(), 1u);
   EXPECT_EQ(kw::Raised([] { kw::SplitCommandLine(std::wstring(32768, L'a')); }), 6);  // Overflow
+}
+
+// The line rebuilt from arguments splits back into them as Main reads them, with the quotes at
+// their ends stripped; an argument that needs no quotes (an option above all) stays bare.
+TEST(BuildRawCommandLine, QuotesOnlyWhatNeedsItAndSplitsBackIntoTheArguments) {
+  EXPECT_EQ(kw::BuildRawCommandLine({L"/debug", L"-x", L"a>b", L"\u20ac"}),
+            L"/debug -x a>b \u20ac");
+  EXPECT_EQ(kw::BuildRawCommandLine({L"", L">", L"a b\\\\", L"a\"b"}),
+            L"\"\" \">\" \"a b\"\\\\ \"a\\\"b\"");
+  const auto as_read = [](std::vector<std::wstring> args) {
+    for (std::wstring& arg : args) arg = kw::StripChar(arg, L"\"");
+    return args;
+  };
+  std::mt19937 random(20240611);
+  for (int round = 0; round < 500; ++round) {
+    std::vector<std::wstring> args(1 + random() % 4);
+    for (std::wstring& arg : args)
+      for (int n = random() % 8; n > 0; --n) arg.push_back(L"a \t\"\\>/"[random() % 7]);
+    EXPECT_EQ(as_read(kw::SplitCommandLine(kw::BuildRawCommandLine(args))), as_read(args));
+  }
 }

@@ -6,17 +6,18 @@
 #include <vector>
 
 #include "base/error.h"
+#include "base/error_numbers.h"
+#include "base/string_util.h"
 #include "base/text.h"
+#include "config/ini_access.h"
 #include "config/sms_settings.h"
-#include "config/win_util.h"
 #include "frontend/command_line.h"
-#include "frontend/console.h"
-#include "frontend/logging.h"
-#include "frontend/string_util.h"
+#include "log/console.h"
+#include "log/logging.h"
+#include "message/sms_message.h"
 #include "os/interrupt.h"
 #include "os/platform.h"
 #include "os/system_runtime.h"
-#include "sending/sms_message.h"
 #include "sending/sms_sender.h"
 
 namespace kw {
@@ -25,18 +26,17 @@ namespace kw {
 std::string UsageTextBytes();
 std::string ExtendedUsageTextBytes();
 
-std::wstring ConfigFilePath;
-bool LogErrors = false;
-bool LogSuccess = false;
+bool g_log_errors = false;
+bool g_log_success = false;
 
 namespace {
 
 /// Whether a usage text was written in this process.
-bool UsageShown = false;
+bool g_usage_shown = false;
 
 /// The line that the handler of Main writes for an error.
 std::wstring ErrorLine(const Error& error) {
-  const long long n = static_cast<long long>(error.number()) - ErrorBase;
+  const long long n = static_cast<long long>(error.number()) - kErrorBase;
   if (n > 0 && n < 0x10000) {
     return L"Error: [" + std::to_wstring(n) + L"] " + error.description();
   }
@@ -49,23 +49,23 @@ std::wstring ErrorLine(const Error& error) {
 void ParseOption(std::wstring argument) {
   argument = ToUpper(TrimBlanks(argument));
   if (argument == L"/LE") {
-    LogErrors = true;
+    g_log_errors = true;
   } else if (argument == L"/LS") {
-    LogSuccess = true;
+    g_log_success = true;
   } else if (argument == L"/?") {
     ShowUsage(true);
   } else if (argument == L"/DEBUG") {
-    DebugMode = true;
+    g_debug_mode = true;
   }
 }
 
 void ShowUsage(bool extended) {
-  if (UsageShown) return;
+  if (g_usage_shown) return;
   ConsoleWriteLine(FromLocale(extended ? ExtendedUsageTextBytes() : UsageTextBytes()));
-  UsageShown = true;
+  g_usage_shown = true;
 }
 
-void Main() {
+void Main(const std::wstring& config_file) {
   // Released in this order when Main returns: message, arguments, sender, settings.
   std::shared_ptr<SmsSettings> settings;
   std::unique_ptr<SmsSender> sender;
@@ -77,10 +77,9 @@ void Main() {
   try {
     try {
       InitConsole();
-      ConfigFilePath = ExecutableFolder() + kPathSeparator + L"kestrawind.ini";
-      LogErrors = false;
-      LogSuccess = false;
-      DebugMode = false;
+      g_log_errors = false;
+      g_log_success = false;
+      g_debug_mode = false;
 
       arguments = SplitCommandLine(RawCommandLine());
       for (const std::wstring& argument : arguments) {
@@ -104,37 +103,39 @@ void Main() {
       LogDebug(L"Sms Number : " + recipient);
       LogDebug(L"Sms Message : " + text);
 
-      if (!FileExists(ConfigFilePath)) throw AppError(570, L"Configuration file not found.");
+      if (!PlainFileExists(config_file)) {
+        throw AppError(kConfigFileMissing, L"Configuration file not found.");
+      }
       settings = std::make_shared<SmsSettings>();
-      settings->ConfigFile = ConfigFilePath;
+      settings->config_file = config_file;
       settings->Load();
       settings->Validate();
 
       sender = std::make_unique<SmsSender>();
-      sender->Settings = settings;
+      sender->settings = settings;
       message = std::make_unique<SmsMessage>();
-      message->Recipient = recipient;
-      message->Message = text;
+      message->recipient = recipient;
+      message->message = text;
       // A request to stop that came while the run started up ends it before the port is touched.
       RaiseIfInterrupted();
       sender->SendSms(*message);
 
       const std::wstring success =
           L"Successfully sent message <" + text + L"> to recipient <" + recipient + L">";
-      if (LogSuccess) LogEvent(success, 4);
+      if (g_log_success) LogEvent(success, 4);
       ConsoleWriteLine(success);
     } catch (const std::bad_alloc&) {
-      throw Error(7, kProgramSource, L"Out of memory");
+      throw Error(kOutOfMemory, kProgramSource, L"Out of memory");
     } catch (const Error&) {
       throw;
     } catch (const std::exception& failure) {
-      throw Error(51, kProgramSource, L"Internal error: " + FromLocale(failure.what()));
+      throw Error(kInternalError, kProgramSource, L"Internal error: " + FromLocale(failure.what()));
     }
   } catch (const Error& error) {
     // From here on further errors are ignored: the line goes out regardless.
     const std::wstring line = ErrorLine(error);
     ConsoleWriteLine(line);
-    if (LogErrors) {
+    if (g_log_errors) {
       try {
         LogEvent(line, 1);
       } catch (...) {
@@ -148,13 +149,14 @@ int RunProgram() {
   GuardStandardStreams();
   ArmInterruptHandlers();
   std::setlocale(LC_ALL, "");
+  const std::wstring config_file = ExecutableFolder() + kPathSeparator + L"kestrawind.ini";
   // The optional section "Ports" of the configuration file names the device of a port number;
   // it stands in for the platform's own names of serial ports.
-  std::unique_ptr<Runtime> runtime = NewSystemRuntime([](int16_t port) {
-    return IniGet(L"", L"Ports", std::to_wstring(port), L"");
+  std::unique_ptr<Runtime> runtime = NewSystemRuntime([config_file](int16_t port) {
+    return IniGet(config_file, L"Ports", std::to_wstring(port), L"");
   });
   ScopedRuntime installed(*runtime);
-  Main();
+  Main(config_file);
   return 0;
 }
 

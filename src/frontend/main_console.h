@@ -5,15 +5,14 @@
 
 namespace kw {
 
-/// Full path of the configuration file; IniGet and IniPut fall back to it.
-extern std::wstring ConfigFilePath;
 /// Set by /LE: the error line also goes to the event log.
-extern bool LogErrors;
+extern bool g_log_errors;
 /// Set by /LS: the success line also goes to the event log.
-extern bool LogSuccess;
+extern bool g_log_success;
 
-/// One run: reads the command line, loads the settings, sends, and reports in one line.
-void Main();
+/// One run: reads the command line, loads the settings from the configuration file (its full
+/// path), sends, and reports in one line.
+void Main(const std::wstring& config_file);
 
 /// Applies one option argument ("/LE", "/LS", "/?", "/DEBUG" in any case); others do nothing.
 void ParseOption(std::wstring argument);
@@ -22,7 +21,8 @@ void ParseOption(std::wstring argument);
 void ShowUsage(bool extended);
 
 /// The process's entry: guards the standard streams, arms the handlers of requests to stop,
-/// sets the locale, installs the operating system's runtime, runs Main.
+/// sets the locale, installs the operating system's runtime, runs Main with kestrawind.ini beside
+/// the executable.
 int RunProgram();
 
 }  // namespace kw

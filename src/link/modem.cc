@@ -1,10 +1,11 @@
 #include "link/modem.h"
 
 #include "base/error.h"
+#include "base/error_numbers.h"
 #include "base/int16.h"
-#include "frontend/logging.h"
-#include "frontend/string_util.h"
+#include "base/string_util.h"
 #include "link/communication.h"
+#include "log/logging.h"
 #include "os/runtime.h"
 
 namespace kw {
@@ -13,7 +14,7 @@ namespace {
 /// Seconds that the carrier may take to come up after "CONNECT".
 constexpr int64_t kCarrierWaitSeconds = 30;
 
-/// What Comm_OnComm writes for each event that only gets logged.
+/// What OnCommEvent writes for each event that only gets logged.
 const wchar_t* EventLine(int16_t event) {
   switch (event) {
     case 3: return L"Comm Event: Change in Clear To Send line.";
@@ -37,33 +38,33 @@ const wchar_t* EventLine(int16_t event) {
 
 }  // namespace
 
-modem::~modem() {
+Modem::~Modem() {
   try {
     if (comm && comm->PortOpen()) comm->SetPortOpen(false);
   } catch (...) {
   }
 }
 
-void modem::Initialize(const std::wstring& Port) {
+void Modem::Initialize(const std::wstring& port) {
   if (!comm) {
     comm = CurrentRuntime().NewSerialComm();
-    comm->OnComm = [this] { Comm_OnComm(); };
+    comm->OnComm = [this] { OnCommEvent(); };
     comm->OnNotice = [](const std::wstring& text) { LogDebug(text); };
   }
-  comm->SetCommPort(ToInt16(Port));
+  comm->SetCommPort(ToInt16(port));
   comm->SetRThreshold(1);
   comm->SetSThreshold(1);
   comm->SetRTSEnable(true);
 }
 
-void modem::DialSmsCenter(const std::wstring& SmsCenterNumber) {
-  const std::wstring dialString = L"ATDT" + TrimBlanks(SmsCenterNumber) + L"\r";
+void Modem::DialSmsCenter(const std::wstring& sms_center_number) {
+  const std::wstring dial_string = L"ATDT" + TrimBlanks(sms_center_number) + L"\r";
 
   if (comm->PortOpen()) comm->SetPortOpen(false);
   try {
     comm->SetPortOpen(true);
   } catch (const Error&) {
-    throw AppError(520,
+    throw AppError(kPortOpenFailed,
                    L"Error opening com port. Make sure no other application is using this port.");
   }
 
@@ -73,110 +74,112 @@ void modem::DialSmsCenter(const std::wstring& SmsCenterNumber) {
     comm->SetInBufferCount(0);
   } catch (const Error& e) {
     failed = true;
-    pendingErrorNumber = e.number();
-    pendingErrorDescription = e.description();
+    pending_error_number_ = e.number();
+    pending_error_description_ = e.description();
   }
   try {
-    SendData(dialString);
+    SendData(dial_string);
   } catch (const Error& e) {
     failed = true;
-    pendingErrorNumber = e.number();
-    pendingErrorDescription = e.description();
+    pending_error_number_ = e.number();
+    pending_error_description_ = e.description();
   }
   if (failed) {
-    throw AppError(521, L"Dialing Error (" + std::to_wstring(pendingErrorNumber) + L"-" +
-                            pendingErrorDescription + L")");
+    throw AppError(kDialWriteFailed, L"Dialing Error (" + std::to_wstring(pending_error_number_) +
+                                         L"-" + pending_error_description_ + L")");
   }
 
   Runtime& runtime = CurrentRuntime();
-  const int64_t dialStart = runtime.NowSeconds();
+  const int64_t dial_start = runtime.NowSeconds();
   for (;;) {
     runtime.DoEvents();
-    if (pendingErrorNumber != 0) {
-      throw Error(pendingErrorNumber, pendingErrorSource, pendingErrorDescription);
+    if (pending_error_number_ != 0) {
+      throw Error(pending_error_number_, pending_error_source_, pending_error_description_);
     }
-    if (IsConnected) break;
-    if (runtime.NowSeconds() - dialStart > ConnectionTimeout) {
-      IsConnected = false;
-      throw AppError(523, L"Connection timed out. No response from Modem.");
+    if (is_connected) break;
+    if (runtime.NowSeconds() - dial_start > connection_timeout) {
+      is_connected = false;
+      throw AppError(kDialTimedOut, L"Connection timed out. No response from Modem.");
     }
     // Sleeps until the modem says something or the next whole second: the wait never spins.
     runtime.WaitForEvent();
   }
 
   // The carrier wait delivers nothing: bytes that come now wait for the next wait.
-  const int64_t carrierStart = runtime.NowSeconds();
-  while (!comm->CDHolding() && runtime.NowSeconds() - carrierStart <= kCarrierWaitSeconds) {
+  const int64_t carrier_start = runtime.NowSeconds();
+  while (!comm->CDHolding() && runtime.NowSeconds() - carrier_start <= kCarrierWaitSeconds) {
     runtime.Sleep(1000);
   }
   if (comm->CDHolding()) {
-    IsConnected = true;
+    is_connected = true;
     LogDebug(L"Provider successfully connected.");
   } else {
-    IsConnected = false;
+    is_connected = false;
     LogDebug(L"Unable to connect to provider.");
   }
 }
 
-void modem::SendData(const std::wstring& msg) {
+void Modem::SendData(const std::wstring& msg) {
   LogDebug(L"Sending : " + ShowControlChars(msg));
   comm->SetOutput(msg);
 }
 
-void modem::ScanCom(const std::wstring& Instring) {
-  for (wchar_t c : Instring) {
+void Modem::ScanCom(const std::wstring& in_string) {
+  for (wchar_t c : in_string) {
     if (c == L'\r') {
-      MessageHandler(TrimBlanks(lineBuffer));
-      lineBuffer.clear();
+      MessageHandler(TrimBlanks(line_buffer_));
+      line_buffer_.clear();
     } else if (c != L'\n') {
-      lineBuffer.push_back(c);
+      line_buffer_.push_back(c);
     }
   }
 }
 
-void modem::MessageHandler(const std::wstring& InBuff) {
-  auto holds = [&InBuff](const wchar_t* word) { return InBuff.find(word) != std::wstring::npos; };
+void Modem::MessageHandler(const std::wstring& in_buff) {
+  auto holds = [&in_buff](const wchar_t* word) { return in_buff.find(word) != std::wstring::npos; };
   try {
     if (holds(L"RING")) return;
     if (holds(L"CONNECT")) {
-      IsConnected = true;
+      is_connected = true;
       return;
     }
     if (holds(L"NO CARRIER")) {
-      HangUpDetected = true;
-      throw AppError(524,
+      hang_up_detected = true;
+      throw AppError(kNoCarrier,
                      L"There is no carrier.  Please make sure that all your cables are properly "
                      L"connected.");
     }
     // The received line itself is the detail that tells the user what the modem refused.
-    if (holds(L"ERROR")) throw AppError(525, L"An Input Error occurred. (" + InBuff + L")");
-    if (holds(L"BUSY")) throw AppError(526, L"The number is busy. Please try again later.");
+    if (holds(L"ERROR")) throw AppError(kDialError, L"An Input Error occurred. (" + in_buff + L")");
+    if (holds(L"BUSY")) {
+      throw AppError(kBusyOrNoDialTone, L"The number is busy. Please try again later.");
+    }
     if (holds(L"NO DIAL")) {
-      throw AppError(526,
+      throw AppError(kBusyOrNoDialTone,
                      L"There is no dial tone.  Please make sure that all your cables are properly "
                      L"connected.");
     }
   } catch (const Error& e) {
-    pendingErrorNumber = e.number();
-    pendingErrorDescription = e.description();
-    pendingErrorSource = e.source();
+    pending_error_number_ = e.number();
+    pending_error_description_ = e.description();
+    pending_error_source_ = e.source();
   }
 }
 
-void modem::HangUp() {
+void Modem::HangUp() {
   SendData(L"ATH");
-  IsConnected = false;
+  is_connected = false;
 }
 
-void modem::ClearInBuffer() { comm->Input(); }
+void Modem::ClearInBuffer() { comm->Input(); }
 
-void modem::Comm_OnComm() {
+void Modem::OnCommEvent() {
   const int16_t event = comm->CommEvent();
   if (event == kCommEvReceive) {
     LogDebug(L"Comm Event: Receiving data");
     const std::wstring text = comm->Input();
     LogDebug(L"Received : " + ShowControlChars(text));
-    recvBuffer += text;
+    recv_buffer += text;
     ScanCom(text);
   } else if (event == kCommEvSend) {
     LogDebug(L"Comm Event: Sending data");

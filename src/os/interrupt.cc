@@ -2,6 +2,8 @@
 
 #include <atomic>
 
+#include "base/error_numbers.h"
+
 namespace kw {
 namespace {
 
@@ -27,9 +29,10 @@ void RaiseIfInterrupted() {
 Error InterruptionError(const std::wstring& cause) {
   // Before the confirmation a message may or may not have reached the centre; after it the
   // run reports success and is no longer interrupted by anything.
-  // 18 lies outside the program's own range, so the interruption takes the second error form,
-  // beside the other failures that the program doesn't raise by name.
-  return Error(18, kProgramSource, L"Interrupted by " + cause + L" before the send was confirmed");
+  // Its number lies outside the program's own range, so the interruption takes the second error
+  // form, "[Unhandled][n]", beside the other failures that carry the program's name as source.
+  return Error(kInterrupted, kProgramSource,
+               L"Interrupted by " + cause + L" before the send was confirmed");
 }
 
 }  // namespace kw

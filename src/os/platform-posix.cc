@@ -107,10 +107,10 @@ bool WriteStandardOutput(const std::string& bytes) {
   return true;
 }
 
-void WriteEventLog(const std::wstring& text, int eventType) {
+void WriteEventLog(const std::wstring& text, int event_type) {
   int priority = LOG_NOTICE;
-  if (eventType == 1) priority = LOG_ERR;
-  if (eventType == 4) priority = LOG_INFO;
+  if (event_type == 1) priority = LOG_ERR;
+  if (event_type == 4) priority = LOG_INFO;
   // Opened and closed around each record: a logger started after us is still reached, and
   // nothing stays connected for the rest of the run.
   openlog(kEventSource, LOG_PID, LOG_USER);

@@ -82,10 +82,10 @@ bool WriteStandardOutput(const std::string& bytes) {
   return true;
 }
 
-void WriteEventLog(const std::wstring& text, int eventType) {
+void WriteEventLog(const std::wstring& text, int event_type) {
   WORD type = EVENTLOG_INFORMATION_TYPE;
-  if (eventType == 1) type = EVENTLOG_ERROR_TYPE;
-  if (eventType == 4) type = EVENTLOG_INFORMATION_TYPE;
+  if (event_type == 1) type = EVENTLOG_ERROR_TYPE;
+  if (event_type == 4) type = EVENTLOG_INFORMATION_TYPE;
   // Registered around each record, as on the other side: nothing stays open for the run. A log
   // that can't be reached loses the record and the run goes on.
   const HANDLE log = ::RegisterEventSourceW(nullptr, kEventSource);

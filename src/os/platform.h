@@ -28,8 +28,8 @@ void GuardStandardStreams();
 /// them were written.
 bool WriteStandardOutput(const std::string& bytes);
 
-/// Records a text in the system's event log; eventType 1 is error, 4 is information.
-void WriteEventLog(const std::wstring& text, int eventType);
+/// Records a text in the system's event log; event_type 1 is error, 4 is information.
+void WriteEventLog(const std::wstring& text, int event_type);
 
 }  // namespace kw
 

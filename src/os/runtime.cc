@@ -46,6 +46,16 @@ Runtime& CurrentRuntime() {
   return *fallback;
 }
 
+void WaitSeconds(int32_t seconds) {
+  Runtime& runtime = CurrentRuntime();
+  const int64_t start = runtime.NowSeconds();
+  while (runtime.NowSeconds() - start < seconds) {
+    // Blocks until an event is pending or the next whole second, so the wait never spins.
+    runtime.WaitForEvent();
+    for (int i = 0; i < 3; ++i) runtime.DoEvents();
+  }
+}
+
 ScopedRuntime::ScopedRuntime(Runtime& runtime) : previous_(g_installed) { g_installed = &runtime; }
 
 ScopedRuntime::~ScopedRuntime() { g_installed = previous_; }

@@ -68,6 +68,10 @@ class EventSources {
 /// The runtime of this process: the one installed last, else the operating system's.
 Runtime& CurrentRuntime();
 
+/// Waits until the current runtime's clock shows the given whole seconds passed, delivering serial
+/// events meanwhile.
+void WaitSeconds(int32_t seconds);
+
 /// Installs a runtime for as long as it lives (a test's virtual one, or main's real one).
 class ScopedRuntime {
  public:

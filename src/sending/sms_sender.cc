@@ -1,9 +1,10 @@
 #include "sending/sms_sender.h"
 
 #include "base/error.h"
+#include "base/error_numbers.h"
 #include "base/int16.h"
-#include "frontend/logging.h"
-#include "frontend/string_util.h"
+#include "base/string_util.h"
+#include "log/logging.h"
 #include "tap/sms_tap_sender.h"
 #include "ucp/sms_ucp_sender.h"
 
@@ -16,23 +17,23 @@ void Raise(const std::function<void()>& event) {
 
 }  // namespace
 
-modem& SmsSender::Link() {
-  if (!modem_) modem_ = std::make_unique<modem>();
+Modem& SmsSender::Link() {
+  if (!modem_) modem_ = std::make_unique<Modem>();
   return *modem_;
 }
 
 void SmsSender::SendSms(SmsMessage& msg) {
   try {
-    msg.ParsedRecipient = DigitsOnly(msg.Recipient);
-    if (msg.ParsedRecipient.empty()) throw AppError(581, L"No recipient specified.");
-    if (Settings->Protocol == L"TAP") {
+    msg.parsed_recipient = DigitsOnly(msg.recipient);
+    if (msg.parsed_recipient.empty()) throw AppError(kNoRecipient, L"No recipient specified.");
+    if (settings->protocol == L"TAP") {
       SendTap(msg);
-    } else if (Settings->Protocol == L"UCP") {
+    } else if (settings->protocol == L"UCP") {
       SendUcp(msg);
     }
-    msg.DateSent = std::chrono::system_clock::now();
+    msg.date_sent = std::chrono::system_clock::now();
     TakeLinkDown();
-    if (OnMessageSent) OnMessageSent(msg);
+    if (on_message_sent) on_message_sent(msg);
   } catch (...) {
     TakeLinkDown();
     throw;
@@ -41,50 +42,50 @@ void SmsSender::SendSms(SmsMessage& msg) {
 
 void SmsSender::TakeLinkDown() {
   if (!modem_) return;
-  if (modem_->IsConnected) modem_->HangUp();
+  if (modem_->is_connected) modem_->HangUp();
   if (modem_->comm) modem_->comm->SetPortOpen(false);
 }
 
 void SmsSender::Connect() {
-  modem& link = Link();
-  if (link.IsConnected) return;
+  Modem& link = Link();
+  if (link.is_connected) return;
   LogDebug(L"Initializing modem.");
-  link.Initialize(Settings->Port);
-  link.ConnectionTimeout = ToInt16(Settings->ConnectionTimeout);
-  LogDebug(L"Dialing sms center (" + Settings->SmsCenterNumber + L")");
-  Raise(OnBeforeConnect);
-  const std::wstring dialNumber = DigitsOnly(Settings->DialPrefix + Settings->SmsCenterNumber);
-  if (dialNumber.size() < 3) throw AppError(582, L"There is no smsc provider specified.");
-  link.DialSmsCenter(dialNumber);
-  if (!link.IsConnected) throw AppError(580, L"Unable to connect modem.");
-  Raise(OnConnect);
+  link.Initialize(settings->port);
+  link.connection_timeout = ToInt16(settings->connection_timeout);
+  LogDebug(L"Dialing sms center (" + settings->sms_center_number + L")");
+  Raise(on_before_connect);
+  const std::wstring dial_number = DigitsOnly(settings->dial_prefix + settings->sms_center_number);
+  if (dial_number.size() < 3) throw AppError(kNoSmsCenter, L"There is no smsc provider specified.");
+  link.DialSmsCenter(dial_number);
+  if (!link.is_connected) throw AppError(kCarrierMissing, L"Unable to connect modem.");
+  Raise(on_connect);
 }
 
 void SmsSender::SendTap(SmsMessage& msg) {
   Connect();
-  if (!Link().IsConnected) return;
+  if (!Link().is_connected) return;
   SmsTapSender tap;
   tap.modem = &Link();
   LogDebug(L"Starting tap login.");
-  Raise(OnBeforeLogin);
-  tap.Login(Settings->Authentication);
-  if (!tap.Authenticated) return;
-  Raise(OnBeforeSend);
+  Raise(on_before_login);
+  tap.Login(settings->authentication);
+  if (!tap.authenticated) return;
+  Raise(on_before_send);
   tap.Send(msg);
 }
 
 void SmsSender::SendUcp(SmsMessage& msg) {
   SmsUcpSender ucp;
-  ucp.OperationType = Settings->OpType;
-  ucp.Legitimization = Settings->Legitimization;
-  ucp.Authentication = Settings->Authentication;
-  ucp.SenderNumber = Settings->SenderNumber;
-  ucp.TextLength = ToInt16(Settings->TextLength);
+  ucp.operation_type = settings->op_type;
+  ucp.legitimization = settings->legitimization;
+  ucp.authentication = settings->authentication;
+  ucp.sender_number = settings->sender_number;
+  ucp.text_length = ToInt16(settings->text_length);
   const std::wstring frame = ucp.PrepareMessage(msg);
   Connect();
-  if (!Link().IsConnected) return;
+  if (!Link().is_connected) return;
   ucp.modem = &Link();
-  Raise(OnBeforeSend);
+  Raise(on_before_send);
   ucp.Send(frame);
 }
 

@@ -6,7 +6,7 @@
 
 #include "config/sms_settings.h"
 #include "link/modem.h"
-#include "sending/sms_message.h"
+#include "message/sms_message.h"
 
 namespace kw {
 
@@ -15,14 +15,14 @@ namespace kw {
 class SmsSender {
  public:
   /// Shared with Main; only read here.
-  std::shared_ptr<SmsSettings> Settings;
+  std::shared_ptr<SmsSettings> settings;
 
   /// Progress events; nothing in the program listens, so an unset one does nothing.
-  std::function<void()> OnBeforeConnect;
-  std::function<void()> OnConnect;
-  std::function<void()> OnBeforeLogin;
-  std::function<void()> OnBeforeSend;
-  std::function<void(SmsMessage&)> OnMessageSent;
+  std::function<void()> on_before_connect;
+  std::function<void()> on_connect;
+  std::function<void()> on_before_login;
+  std::function<void()> on_before_send;
+  std::function<void(SmsMessage&)> on_message_sent;
 
   /// Sends the message; a normal return means it went out. Every failure is raised after the
   /// link has been taken down.
@@ -31,7 +31,7 @@ class SmsSender {
   void Connect();
 
   /// The link; made on first use. Exposed for tests that look at it after a send.
-  modem& Link();
+  Modem& Link();
 
  private:
   void SendTap(SmsMessage& msg);
@@ -39,7 +39,7 @@ class SmsSender {
   /// Hangs up only if the link is up, and closes the port whether it is open or not.
   void TakeLinkDown();
 
-  std::unique_ptr<modem> modem_;
+  std::unique_ptr<Modem> modem_;
 };
 
 }  // namespace kw

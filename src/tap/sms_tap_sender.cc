@@ -3,10 +3,11 @@
 #include <cstdint>
 
 #include "base/error.h"
+#include "base/error_numbers.h"
 #include "base/text.h"
-#include "config/win_util.h"
-#include "frontend/logging.h"
 #include "link/communication.h"
+#include "log/logging.h"
+#include "os/runtime.h"
 
 namespace kw {
 namespace {
@@ -26,69 +27,73 @@ const std::wstring kEscEot = {kEsc, kEot};
 const std::wstring kLoginOpening = {kEsc, L'P', L'G', L'1'};
 
 /// Whether the sequence stands anywhere in the whole buffer; nothing is removed.
-bool Holds(const modem& link, const std::wstring& sequence) {
-  return link.recvBuffer.find(sequence) != std::wstring::npos;
+bool Holds(const Modem& link, const std::wstring& sequence) {
+  return link.recv_buffer.find(sequence) != std::wstring::npos;
 }
 
-bool Holds(const modem& link, wchar_t byte) {
-  return link.recvBuffer.find(byte) != std::wstring::npos;
+bool Holds(const Modem& link, wchar_t byte) {
+  return link.recv_buffer.find(byte) != std::wstring::npos;
 }
 
 }  // namespace
 
-void SmsTapSender::Login(const std::wstring& Authentication) {
+void SmsTapSender::Login(const std::wstring& authentication) {
   // Phase 1: a CR a second until the provider shows its prompt. The buffer is emptied before
   // each probe, so a prompt only counts when it arrives whole within one wait.
   bool prompted = false;
   for (int16_t probe = 1; probe <= kMaxProbes && !prompted; ++probe) {
     modem->comm->SetInBufferCount(0);
-    modem->recvBuffer.clear();
+    modem->recv_buffer.clear();
     modem->SendData(std::wstring(1, kCr));
     WaitSeconds(1);
     prompted = Holds(*modem, L"ID=");
   }
   if (!prompted) {
     modem->HangUp();
-    throw AppError(532, L"No login prompt from SMSC provider within " +
-                            std::to_wstring(kMaxProbes) + L" attempts. Modem hung up.");
+    throw AppError(kTapNoPrompt, L"No login prompt from SMSC provider within " +
+                                     std::to_wstring(kMaxProbes) + L" attempts. Modem hung up.");
   }
 
   // Phase 2: the request until an answer decides. The buffer keeps every reply from the prompt
   // on, so a NAK once seen counts again at every later pass, and the order of the tests
   // decides between replies that stand in it together.
   modem->ClearInBuffer();
-  const std::wstring request = kLoginOpening + Authentication + kCr;
-  int16_t nakCount = 0;
-  int16_t silentPasses = 0;
+  const std::wstring request = kLoginOpening + authentication + kCr;
+  int16_t nak_count = 0;
+  int16_t silent_passes = 0;
   for (;;) {
     LogDebug(L"Requesting login.");
     modem->SendData(request);
-    modem->HangUpDetected = false;
+    modem->hang_up_detected = false;
     WaitSeconds(1);
-    if (modem->HangUpDetected) {
-      throw AppError(536, L"Modem hung up unexpectedly while logging in.");
+    if (modem->hang_up_detected) {
+      throw AppError(kTapHangUpInLogin, L"Modem hung up unexpectedly while logging in.");
     }
     if (Holds(*modem, kAck)) {
       LogDebug(L"TAP authentication succesful");
-      Authenticated = true;
+      authenticated = true;
       return;
     }
     if (Holds(*modem, kNak)) {
-      ++nakCount;
-      if (nakCount <= kMaxNakPasses) continue;
-      const std::wstring count = std::to_wstring(nakCount);
+      ++nak_count;
+      if (nak_count <= kMaxNakPasses) continue;
+      const std::wstring count = std::to_wstring(nak_count);
       LogDebug(L"Exceeded maximum number of login attempts (" + count + L").");
-      Authenticated = false;
-      throw AppError(530, L"Too many login attempts (" + count +
-                              L"). Please check the provider authentication settings.");
+      authenticated = false;
+      throw AppError(kTapLoginRefused,
+                     L"Too many login attempts (" + count +
+                         L"). Please check the provider authentication settings.");
     }
-    if (Holds(*modem, kEscEot)) throw AppError(533, L"Forced disconnect from provider.");
+    if (Holds(*modem, kEscEot)) {
+      throw AppError(kTapForcedDisconnect, L"Forced disconnect from provider.");
+    }
     // A provider that never answers would keep this loop going as long as the line stays up.
-    ++silentPasses;
-    if (silentPasses >= kMaxSilentPasses) {
+    ++silent_passes;
+    if (silent_passes >= kMaxSilentPasses) {
       modem->HangUp();
-      throw AppError(531, L"Number of login retries (" + std::to_wstring(kMaxSilentPasses) +
-                              L") over. Modem hung up.");
+      throw AppError(kTapLoginUnanswered, L"Number of login retries (" +
+                                              std::to_wstring(kMaxSilentPasses) +
+                                              L") over. Modem hung up.");
     }
   }
 }
@@ -96,21 +101,25 @@ void SmsTapSender::Login(const std::wstring& Authentication) {
 void SmsTapSender::Send(const SmsMessage& msg) {
   LogDebug(L"Sending TAP message.");
   // One look, no wait: the go-ahead must have come during the last wait of the login.
-  if (!Holds(*modem, L"[p")) throw AppError(534, L"Provider did not say it's ok to proceed.");
+  if (!Holds(*modem, L"[p")) {
+    throw AppError(kTapNoGoAhead, L"Provider did not say it's ok to proceed.");
+  }
 
-  std::wstring block = kStx + msg.ParsedRecipient + kCr + msg.Message + kCr + kEtx;
+  std::wstring block = kStx + msg.parsed_recipient + kCr + msg.message + kCr + kEtx;
   block += TapChecksum(block) + kCr;
 
-  if (!modem->IsConnected) {
-    throw AppError(535, L"Modem is not connected. Message could not be sent");
+  if (!modem->is_connected) {
+    throw AppError(kTapLineDown, L"Modem is not connected. Message could not be sent");
   }
   // The login's replies are no answer to the block.
-  modem->recvBuffer.clear();
+  modem->recv_buffer.clear();
   for (int16_t attempt = 1; attempt <= kMaxAttempts; ++attempt) {
-    modem->HangUpDetected = false;
+    modem->hang_up_detected = false;
     modem->SendData(block);
     WaitSeconds(1);
-    if (modem->HangUpDetected) throw AppError(537, L"Modem hung up unexpectedly.");
+    if (modem->hang_up_detected) {
+      throw AppError(kTapHangUpAfterSend, L"Modem hung up unexpectedly.");
+    }
     if (Holds(*modem, kAck)) {
       LogDebug(L"Message was accepted by the provider.");
       return;
@@ -118,14 +127,14 @@ void SmsTapSender::Send(const SmsMessage& msg) {
     if (Holds(*modem, kNak)) {
       LogDebug(L"Message requested again.");
     } else if (Holds(*modem, kRs)) {
-      throw AppError(538, L"The message was rejected by the provider.");
+      throw AppError(kTapMessageRejected, L"The message was rejected by the provider.");
     } else if (Holds(*modem, kEscEot)) {
-      throw AppError(536, L"The message was not accepted by the provider.");
+      throw AppError(kTapMessageNotAccepted, L"The message was not accepted by the provider.");
     }
     // A reply that comes too late for its wait is judged in the next one.
-    if (!modem->recvBuffer.empty()) modem->recvBuffer.clear();
+    if (!modem->recv_buffer.empty()) modem->recv_buffer.clear();
   }
-  throw AppError(539, L"Too many retries. The message was not delivered.");
+  throw AppError(kTapTooManyRetries, L"Too many retries. The message was not delivered.");
 }
 
 std::wstring SmsTapSender::TapChecksum(const std::wstring& text) {

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "link/modem.h"
-#include "sending/sms_message.h"
+#include "message/sms_message.h"
 
 namespace kw {
 
@@ -12,12 +12,12 @@ namespace kw {
 class SmsTapSender {
  public:
   /// The link, lent by SmsSender.
-  kw::modem* modem = nullptr;
+  Modem* modem = nullptr;
   /// True once the provider acknowledged the login.
-  bool Authenticated = false;
+  bool authenticated = false;
 
   /// Waits for the provider's prompt and logs in with the password; raises on every failure.
-  void Login(const std::wstring& Authentication = L"");
+  void Login(const std::wstring& authentication = L"");
   /// Sends the message in one block, up to five times; a normal return means accepted.
   void Send(const SmsMessage& msg);
 

@@ -1,11 +1,12 @@
 #include "ucp/sms_ucp_sender.h"
 
 #include "base/error.h"
+#include "base/error_numbers.h"
 #include "base/int16.h"
 #include "base/text.h"
-#include "config/win_util.h"
-#include "frontend/logging.h"
 #include "link/communication.h"
+#include "log/logging.h"
+#include "os/runtime.h"
 
 namespace kw {
 namespace {
@@ -77,13 +78,17 @@ std::wstring ProviderErrorText(const std::wstring& code) {
 }
 
 /// The data fields of one operation; empty for an operation without a template.
-std::wstring OperationData(const std::wstring& operation, const std::wstring& R,
-                           const std::wstring& S, const std::wstring& A, const std::wstring& E) {
-  if (operation == L"01") return R + L"/" + S + L"//3/" + E;
-  if (operation == L"03") return R + L"/" + S + L"/" + A + L"/0///////////3/" + E;
-  if (operation == L"30") return R + L"/" + S + L"////////" + E;
+std::wstring OperationData(const std::wstring& operation, const std::wstring& recipient,
+                           const std::wstring& sender, const std::wstring& authentication,
+                           const std::wstring& encoded) {
+  if (operation == L"01") return recipient + L"/" + sender + L"//3/" + encoded;
+  if (operation == L"03") {
+    return recipient + L"/" + sender + L"/" + authentication + L"/0///////////3/" + encoded;
+  }
+  if (operation == L"30") return recipient + L"/" + sender + L"////////" + encoded;
   if (operation == L"51") {
-    return R + L"/" + S + L"/" + A + L"///////////////3//" + E + L"////////////";
+    return recipient + L"/" + sender + L"/" + authentication + L"///////////////3//" + encoded +
+           L"////////////";
   }
   return L"";
 }
@@ -95,31 +100,51 @@ bool LimitsNumbers(const std::wstring& operation) {
 
 }  // namespace
 
+std::wstring IA5Encode(const std::wstring& text) {
+  static const wchar_t kHex[] = L"0123456789ABCDEF";
+  try {
+    // Length and index are 16-bit counters; the index passes the length at the end.
+    const int16_t length = CheckInt16(static_cast<long long>(text.size()));
+    CheckInt16(static_cast<long long>(length) + 1);
+    std::wstring encoded;
+    encoded.reserve(text.size() * 2);
+    for (wchar_t c : text) {
+      const unsigned char code = LineCode(c);
+      encoded.push_back(kHex[code >> 4]);
+      encoded.push_back(kHex[code & 0x0F]);
+    }
+    return encoded;
+  } catch (const Error& failure) {
+    throw AppError(kEncodingFailed,
+                   L"Error occured in IA5Encoding of message (" + failure.description() + L")");
+  }
+}
+
 std::wstring SmsUcpSender::PrepareMessage(const SmsMessage& msg) {
   LogDebug(L"Preparing UCP message.");
-  const std::wstring encoded = IA5Encode(msg.Message);
+  const std::wstring encoded = IA5Encode(msg.message);
   // The limit counts hexadecimal digits, two for each character of the message.
-  if (static_cast<long long>(encoded.size()) > TextLength) {
-    throw AppError(554, L"Message too long. Only " + std::to_wstring(TextLength) +
-                            L" allowed for this provider.");
+  if (static_cast<long long>(encoded.size()) > text_length) {
+    throw AppError(kMessageTooLong, L"Message too long. Only " + std::to_wstring(text_length) +
+                                        L" allowed for this provider.");
   }
-  if (LimitsNumbers(OperationType)) {
-    if (msg.ParsedRecipient.size() > kMaxNumberLength) {
-      throw AppError(552, L"Recipient phone number too long.");
+  if (LimitsNumbers(operation_type)) {
+    if (msg.parsed_recipient.size() > kMaxNumberLength) {
+      throw AppError(kRecipientTooLong, L"Recipient phone number too long.");
     }
-    if (SenderNumber.size() > kMaxNumberLength) {
-      throw AppError(553, L"Sender phone number too long.");
+    if (sender_number.size() > kMaxNumberLength) {
+      throw AppError(kSenderTooLong, L"Sender phone number too long.");
     }
   }
   const std::wstring data =
-      OperationData(OperationType, msg.ParsedRecipient, SenderNumber, Authentication, encoded);
+      OperationData(operation_type, msg.parsed_recipient, sender_number, authentication, encoded);
 
   // The length counts from the transaction number through the checksum, STX and ETX aside.
   const int16_t length = CheckInt16(static_cast<long long>(data.size()) + 17);
   const std::wstring padded = L"00000" + std::to_wstring(length);
-  const std::wstring lengthField = padded.substr(padded.size() - 5);
+  const std::wstring length_field = padded.substr(padded.size() - 5);
 
-  const std::wstring body = L"01/" + lengthField + L"/O/" + OperationType + L"/" + data + L"/";
+  const std::wstring body = L"01/" + length_field + L"/O/" + operation_type + L"/" + data + L"/";
   return kStx + body + UcpChecksum(body) + kEtx;
 }
 
@@ -137,23 +162,23 @@ std::wstring SmsUcpSender::UcpChecksum(const std::wstring& text) {
 }
 
 void SmsUcpSender::Send(const std::wstring& msg) {
-  if (!modem->comm->PortOpen()) throw AppError(555, L"Port closed prematurely.");
+  if (!modem->comm->PortOpen()) throw AppError(kUcpPortClosed, L"Port closed prematurely.");
   modem->ClearInBuffer();
-  // What the modem said during the dial stays in recvBuffer; only an STX marks the reply.
+  // What the modem said during the dial stays in recv_buffer; only an STX marks the reply.
   WaitSeconds(kPauseSeconds);
 
   for (int transmission = 0; transmission < kTransmissions; ++transmission) {
     // A hang-up signalled during the pause or an earlier transmission no longer counts.
-    modem->HangUpDetected = false;
+    modem->hang_up_detected = false;
     LogDebug(L"Sending UCP message.");
     modem->SendData(msg);
     for (int poll = 0; poll < kPolls; ++poll) {
       // The reply and a lost line show up only while events are delivered, inside the wait.
       WaitSeconds(1);
-      if (modem->HangUpDetected) throw AppError(558, L"Modem hung up unexpectedly.");
+      if (modem->hang_up_detected) throw AppError(kUcpHangUp, L"Modem hung up unexpectedly.");
 
       // The first STX stays the reply's start for the whole call: later replies are never read.
-      const std::wstring& received = modem->recvBuffer;
+      const std::wstring& received = modem->recv_buffer;
       const size_t start = received.find(kStx);
       if (start == std::wstring::npos) continue;
       LogDebug(L"Processing returned message.");
@@ -169,11 +194,15 @@ void SmsUcpSender::Send(const std::wstring& msg) {
         const std::wstring code = start + kCodeOffset < received.size()
                                       ? received.substr(start + kCodeOffset, 2)
                                       : std::wstring();
-        throw AppError(559, L"Error received from provider : " + ProviderErrorText(code));
+        const std::wstring description =
+            L"Error received from provider : " + ProviderErrorText(code);
+        // One number, two rows in the table of error lines, which tell them apart by the text.
+        if (code == L"07") throw AppError(kUcpAuthenticationFailed, description);
+        throw AppError(kUcpMessageRefused, description);
       }
     }
   }
-  throw AppError(557, L"Too many retries. The message was not delivered.");
+  throw AppError(kUcpTooManyRetries, L"Too many retries. The message was not delivered.");
 }
 
 }  // namespace kw

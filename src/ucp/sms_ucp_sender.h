@@ -5,20 +5,24 @@
 #include <string>
 
 #include "link/modem.h"
-#include "sending/sms_message.h"
+#include "message/sms_message.h"
 
 namespace kw {
+
+/// Writes each character's line code as two upper-case hexadecimal digits ("abc" -> "616263").
+/// Raises kEncodingFailed (550) for a text of 32,767 characters or more.
+std::wstring IA5Encode(const std::wstring& text);
 
 /// The UCP side of sending: builds the frame of one operation and hands it over.
 class SmsUcpSender {
  public:
-  std::wstring OperationType;   ///< "01", "03", "30" or "51"
-  std::wstring Legitimization;  ///< held, carried by no frame
-  std::wstring Authentication;  ///< field 3 of operations "03" and "51"
-  int16_t TextLength = 0;       ///< largest length of the encoded text, in hex digits
-  std::wstring SenderNumber;    ///< field 2 of every operation
+  std::wstring operation_type;  ///< "01", "03", "30" or "51"
+  std::wstring legitimization;  ///< held, carried by no frame
+  std::wstring authentication;  ///< field 3 of operations "03" and "51"
+  int16_t text_length = 0;      ///< largest length of the encoded text, in hex digits
+  std::wstring sender_number;   ///< field 2 of every operation
   /// The link, lent by SmsSender once the line is up.
-  kw::modem* modem = nullptr;
+  Modem* modem = nullptr;
 
   /// Builds the whole frame, STX to ETX; raises 554, 552, 553 or an overflow before any call.
   std::wstring PrepareMessage(const SmsMessage& msg);

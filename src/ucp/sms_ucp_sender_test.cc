@@ -1,7 +1,6 @@
 #include "ucp/sms_ucp_sender.h"
 
 #include "line_fixture.h"
-#include "sim/ucp_centre.h"
 
 namespace kw {
 
@@ -17,12 +16,12 @@ static std::string Sent(const std::string& frame, int times = 1) {
 TEST(UcpSendTest, BuildsTheFrameSendsItAndJudgesTheReply) {
   const std::string d16(16, '1'), d17(17, '1'), d40(40, '1'), a304(304, 'a');
   const std::string f01 = "01/00036/O/01/12345/678//3/616263/C0";  // no password in 01 and 30
-  const std::string tooMany = "[557] Too many retries. The message was not delivered.";
+  const std::string too_many = "[557] Too many retries. The message was not delivered.";
   const std::string provider = "[559] Error received from provider : ";
   const std::string unknown = provider + "Operation not supported by system.";
   const std::string recipient = "[552] Recipient phone number too long.";
   const std::string sender = "[553] Sender phone number too long.";
-  const std::string tooLong = "[554] Message too long. Only ",
+  const std::string too_long = "[554] Message too long. Only ",
                     limit = " allowed for this provider.";
   const test::RunCase cases[] = {
       {"", "ok", 3000, Sent(f01)},
@@ -31,8 +30,8 @@ TEST(UcpSendTest, BuildsTheFrameSendsItAndJudgesTheReply) {
       {"OpType=99;to=" + d17 + ";SenderNumber=" + d17, unknown, 3000, Sent("01/00017/O/99//05")},
       {"SenderNumber=6/8", "ok", 3000, Sent("01/00036/O/01/12345/6/8//3/616263/B8")},
       {"TextLength=6", "ok", 3000, Sent(f01)},
-      {"TextLength=5", tooLong + "5" + limit, 0, ""},
-      {"TextLength=-1;text=", tooLong + "-1" + limit, 0, ""},
+      {"TextLength=5", too_long + "5" + limit, 0, ""},
+      {"TextLength=-1;text=", too_long + "-1" + limit, 0, ""},
       {"to=" + d16 + ";SenderNumber=" + d16, "ok", 3000,
        Sent("01/00060/O/01/" + d16 + "/" + d16 + "//3/616263/39")},
       {"to=" + d17, recipient, 0, ""},
@@ -41,7 +40,7 @@ TEST(UcpSendTest, BuildsTheFrameSendsItAndJudgesTheReply) {
       {"OpType=30;to=" + d17, recipient, 0, ""},
       {"to=" + d17 + ";SenderNumber=" + d17, recipient, 0, ""},
       {"to=" + d17 + ";SenderNumber=" + d17 + ";text=" + std::string(161, 'x'),
-       tooLong + "320" + limit, 0, ""},
+       too_long + "320" + limit, 0, ""},
       {"OpType=51;to=" + d40 + ";SenderNumber=" + d40, "ok", 3000,
        Sent("01/00137/O/51/" + d40 + "/" + d40 + "/pw///////////////3//616263/////////////4F")},
       // The checksum's 16-bit total: 32,736 for 304 letters, past 32,767 for 305.
@@ -50,10 +49,10 @@ TEST(UcpSendTest, BuildsTheFrameSendsItAndJudgesTheReply) {
       {"TextLength=32767;text=a" + a304, "[6] Kestrawind: Overflow", 0, ""},
       {"delay_ms=5500", "ok", 8000, Sent(f01, 2)},
       {"pieces=2;piece_gap_ms=1000", "ok", 4000, Sent(f01)},
-      {"silent=1", tooMany, 27000, Sent(f01, 5)},
-      {"letter=a", tooMany, 27000, Sent(f01, 5)},
-      {"letter=n;code=24", tooMany, 27000, Sent(f01, 5)},
-      {"prefix=" + sim::UcpReply("01", 'a', ""), tooMany, 27000, Sent(f01, 5)},
+      {"silent=1", too_many, 27000, Sent(f01, 5)},
+      {"letter=a", too_many, 27000, Sent(f01, 5)},
+      {"letter=n;code=24", too_many, 27000, Sent(f01, 5)},
+      {"prefix=\00201/00019/R/01/a//89\003", too_many, 27000, Sent(f01, 5)},
       {"letter=N;code=01", provider + "Checksum error.", 3000, Sent(f01)},
       {"letter=N;code=38", provider + "Message forwarded.", 3000, Sent(f01)},
       {"letter=N;code=28", provider, 3000, Sent(f01)},
@@ -62,7 +61,7 @@ TEST(UcpSendTest, BuildsTheFrameSendsItAndJudgesTheReply) {
       {"hangup_frame=1;hangup_delay_ms=2500;silent=1", "[558] Modem hung up unexpectedly.", 5000,
        Sent(f01)},
       // A hang-up in the pause (300 to 2000) no longer counts once the frame goes out.
-      {"result=CONNECT\r\n\r\nNO CARRIER;chunks=2;chunk_gap=500;silent=1", tooMany, 27000,
+      {"result=CONNECT\r\n\r\nNO CARRIER;chunks=2;chunk_gap=500;silent=1", too_many, 27000,
        Sent(f01, 5)},
       {"unplug", "[555] Port closed prematurely.", 300, "ATDT0612345\r"},
       {"silent=1;stop=6000", test::kStopped, 6000, Sent(f01)},
@@ -71,6 +70,14 @@ TEST(UcpSendTest, BuildsTheFrameSendsItAndJudgesTheReply) {
     test::ExpectRun({"Protocol=UCP;" + c.setup, c.want, c.ms, c.written});
   }
   EXPECT_EQ(SmsUcpSender::UcpChecksum(L"\u00e9\u00e9"), L"D2");  // Windows-1252: 0xE9 each
+}
+
+TEST(IA5EncodeTest, EncodesTextInHexUpTo32766Characters) {
+  const wchar_t* hex[][2] = {{L"", L""}, {L" J\t", L"204A09"}, {L"\u00e9\u20ac\u4e2d", L"E9803F"}};
+  for (const auto& [text, want] : hex) EXPECT_EQ(IA5Encode(text), want);
+  EXPECT_EQ(IA5Encode(std::wstring(32766, L'a')).size(), 65532u);
+  EXPECT_EQ(test::Outcome([] { IA5Encode(std::wstring(32767, L'a')); }),
+            "[550] Error occured in IA5Encoding of message (Overflow)");
 }
 
 }  // namespace kw

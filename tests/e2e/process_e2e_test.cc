@@ -117,14 +117,14 @@ TEST(ProcessE2E, SendGoesOnWhereOutputOrTheLockFolderFails) {
   }
 }
 
-/// The rows of doc/errors.tsv: tag, description ("*" for any), exit status.
+/// The rows of doc/errors.tsv: name, tag, description ("*" for any), exit status.
 std::vector<std::vector<std::string>> ErrorTable() {
   std::vector<std::vector<std::string>> rows;
   std::istringstream lines(ReadFile(KW_ERRORS_TABLE));
   for (std::string line; std::getline(lines, line);) {
     if (line.empty() || line[0] == '#') continue;
     std::istringstream fields(line);
-    rows.emplace_back(3);
+    rows.emplace_back(4);
     for (std::string& field : rows.back()) std::getline(fields, field, '\t');
   }
   return rows;
@@ -132,8 +132,9 @@ std::vector<std::vector<std::string>> ErrorTable() {
 
 TEST(SendWrapperTest, TableHoldsExactlyTheErrorsThatTheProgramRaises) {
   std::set<std::string> raised, table;
-  // AppError(n, ...) is shown as [n], Error(n, kProgramSource, ...) as [Unhandled][n].
-  const std::regex raise(R"((App)?Error\((\d+),\s*(kProgramSource)?)");
+  // AppError(kName, ...) is shown as [n], Error(kName, kProgramSource, ...) as [Unhandled][n]; a
+  // bare number has no row.
+  const std::regex raise(R"((App)?Error\((\w+),\s*(kProgramSource)?)");
   for (const auto& entry :
        std::filesystem::recursive_directory_iterator(std::string(KW_SOURCE_DIR) + "/src")) {
     const std::string path = entry.path().string();
@@ -149,7 +150,10 @@ TEST(SendWrapperTest, TableHoldsExactlyTheErrorsThatTheProgramRaises) {
       if ((*m)[3].matched) raised.insert("[Unhandled][" + (*m)[2].str() + "]");
     }
   }
-  for (const auto& row : ErrorTable()) table.insert(row[0]);
+  for (const auto& row : ErrorTable()) {
+    const bool unhandled = row[1].rfind("[Unhandled]", 0) == 0;
+    table.insert((unhandled ? "[Unhandled][k" : "[k") + row[0] + "]");
+  }
   EXPECT_GT(raised.size(), 30u);  // the scan found the sources
   EXPECT_EQ(raised, table);
 }
@@ -165,8 +169,8 @@ TEST(SendWrapperE2E, EachLineGivesItsStatusAndPassesThroughByteForByte) {
       {"", 70},
   };
   for (const auto& row : ErrorTable()) {
-    cases.push_back({debug + "Error: " + row[0] + " " + (row[1] == "*" ? "any" : row[1]) + "\r\n",
-                     std::stoi(row[2])});
+    cases.push_back({debug + "Error: " + row[1] + " " + (row[2] == "*" ? "any" : row[2]) + "\r\n",
+                     std::stoi(row[3])});
   }
   Rig rig({"--centre", "tap"});
   rig.WriteIni(rig.Ini("TAP"));

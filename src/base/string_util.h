@@ -1,15 +1,15 @@
-#ifndef KW_FRONTEND_STRING_UTIL_H_
-#define KW_FRONTEND_STRING_UTIL_H_
+#ifndef KW_BASE_STRING_UTIL_H_
+#define KW_BASE_STRING_UTIL_H_
 
 #include <string>
 
 namespace kw {
 
-/// Whether the text begins with the prefix; with ignoreCase both are upper-cased first.
-bool StartsWith(std::wstring text, std::wstring prefix, bool ignoreCase);
+/// Whether the text begins with the prefix; with ignore_case both are upper-cased first.
+bool StartsWith(std::wstring text, std::wstring prefix, bool ignore_case);
 
-/// Whether the text ends with the suffix; with ignoreCase both are upper-cased first.
-bool EndsWith(std::wstring text, std::wstring suffix, bool ignoreCase);
+/// Whether the text ends with the suffix; with ignore_case both are upper-cased first.
+bool EndsWith(std::wstring text, std::wstring suffix, bool ignore_case);
 
 /// True for exactly one tab or exactly one blank.
 bool IsWhitespace(const std::wstring& text);
@@ -28,4 +28,4 @@ std::wstring TrimBlanks(const std::wstring& text);
 
 }  // namespace kw
 
-#endif  // KW_FRONTEND_STRING_UTIL_H_
+#endif  // KW_BASE_STRING_UTIL_H_

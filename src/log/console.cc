@@ -1,4 +1,4 @@
-#include "frontend/console.h"
+#include "log/console.h"
 
 #include "base/text.h"
 #include "os/platform.h"

@@ -1,4 +1,4 @@
-#include "frontend/string_util.h"
+#include "base/string_util.h"
 
 #include <gtest/gtest.h>
 

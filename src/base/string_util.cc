@@ -1,4 +1,4 @@
-#include "frontend/string_util.h"
+#include "base/string_util.h"
 
 #include <cwctype>
 
@@ -17,16 +17,16 @@ std::wstring TrimBlanks(const std::wstring& text) {
   return text.substr(first, text.find_last_not_of(L' ') - first + 1);
 }
 
-bool StartsWith(std::wstring text, std::wstring prefix, bool ignoreCase) {
-  if (ignoreCase) {
+bool StartsWith(std::wstring text, std::wstring prefix, bool ignore_case) {
+  if (ignore_case) {
     text = ToUpper(text);
     prefix = ToUpper(prefix);
   }
   return text.compare(0, prefix.size(), prefix) == 0 && text.size() >= prefix.size();
 }
 
-bool EndsWith(std::wstring text, std::wstring suffix, bool ignoreCase) {
-  if (ignoreCase) {
+bool EndsWith(std::wstring text, std::wstring suffix, bool ignore_case) {
+  if (ignore_case) {
     text = ToUpper(text);
     suffix = ToUpper(suffix);
   }

@@ -1,5 +1,5 @@
-#ifndef KW_FRONTEND_CONSOLE_H_
-#define KW_FRONTEND_CONSOLE_H_
+#ifndef KW_LOG_CONSOLE_H_
+#define KW_LOG_CONSOLE_H_
 
 #include <string>
 
@@ -16,4 +16,4 @@ bool ConsoleWriteLine(const std::wstring& text);
 
 }  // namespace kw
 
-#endif  // KW_FRONTEND_CONSOLE_H_
+#endif  // KW_LOG_CONSOLE_H_
