@@ -133,6 +133,12 @@ void Main(const std::wstring& config_file) {
     }
   } catch (const Error& error) {
     // From here on further errors are ignored: the line goes out regardless.
+    if (error.cause() != Cause::kNone) {
+      try {
+        LogDebug(L"Cause: " + error.CauseText());
+      } catch (...) {
+      }
+    }
     const std::wstring line = ErrorLine(error);
     ConsoleWriteLine(line);
     if (g_log_errors) {
