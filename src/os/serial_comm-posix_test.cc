@@ -112,10 +112,10 @@ TEST_F(PosixSerialCommTest, HoldsTheLineAloneClosesWithHangUpAndFailsOnWhatIsNot
   std::ofstream(locks.path / PortLockName(slave)) << PortLockText(getppid());  // alive
   int notes = 0;
   const auto open = [&](const std::string& device, const std::filesystem::path& lock_folder) {
-    PosixSerialComm comm(
+    auto comm = NewPosixSerialComm(
         *runtime, [&](int16_t) { return device; }, lock_folder.string());
-    comm.OnNotice = [&](const std::wstring&) { ++notes; };
-    return Raised([&] { comm.SetPortOpen(true); });
+    comm->OnNotice = [&](const std::wstring&) { ++notes; };
+    return Raised([&] { comm->SetPortOpen(true); });
   };
   for (const char* device : {"/nonexistent/ttyKW0", "/dev/null", ""})
     EXPECT_EQ(open(device, locks.path), 8002) << device;
