@@ -4,10 +4,14 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <cstring>
+#include <stdexcept>
 
 #include "base/text.h"
+#include "os/serial_errors.h"
 #include "unit_util.h"
 
 namespace kw {
@@ -124,6 +128,80 @@ TEST_F(PosixSerialCommTest, HoldsTheLineAloneClosesWithHangUpAndFailsOnWhatIsNot
   EXPECT_EQ(notes, 0);
   EXPECT_EQ(open(slave, "/nonexistent"), 0);  // and the close left the port free
   EXPECT_EQ(notes, 1);
+}
+
+TEST_F(PosixSerialCommTest, AZeroInBufferCountDropsTheInputThatWaitsAndNoOtherCountDoes) {
+  auto comm = runtime->NewSerialComm();
+  comm->SetPortOpen(true);
+  const auto arrive = [&](const std::string& bytes) {  // until the bytes wait at the port
+    ASSERT_EQ(write(master, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+    for (int i = 0; i < 2; ++i) runtime->WaitForEvent();
+  };
+  for (const int16_t count : {7, 0}) {
+    arrive("queue");
+    runtime->DoEvents();  // into the port's own queue
+    arrive("driver");
+    comm->SetInBufferCount(count);
+    arrive("new");
+    EXPECT_EQ(comm->Input(), count == 0 ? L"new" : L"queuedrivernew");
+  }
+}
+
+// Faults of a device that a pty can't show, through the system calls: reads and writes answer
+// from a script whose last answer repeats (a pulled-out adapter gives EIO for ever), the rest is
+// the pty's. The bytes that came before the loss are handed over first, then one lost-line
+// notice; a write refused before any byte got out fails as a write instead, with no notice.
+TEST_F(PosixSerialCommTest, ADeviceThatFailsHandsOverWhatCameBeforeThenOneNoCarrier) {
+  struct Answer {
+    std::string bytes;  // for a read; a write takes all it is given
+    int error = 0;      // else: -1 with this errno
+  };
+  const Answer eio{"", EIO}, eintr{"", EINTR}, again{"", EAGAIN}, lost{"RING\r\n"};
+  const std::string notice = kLostLineNotice;
+  const struct {
+    std::vector<Answer> reads, writes;
+    int sends;  // of "AT"; the last one raises error
+    int error;
+    std::string input;
+  } rows[] = {
+      {{{"OK\r\n"}, eio}, {}, 0, 0, "OK\r\n" + notice},
+      {{{"OK"}, eintr, {"\r\n"}, eio}, {}, 0, 0, "OK\r\n" + notice},
+      {{lost, eio}, {{}, eio}, 2, 0, lost.bytes + notice},
+      {{lost, again}, {eintr, eio}, 1, 8020, lost.bytes},
+  };
+  for (const auto& row : rows) {
+    size_t reads = 0, writes = 0;
+    // Gives the next answer; a loop that keeps calling after the device is gone ends the test.
+    const auto answer = [](const std::vector<Answer>& script, size_t& calls) {
+      if (++calls > 20) throw std::runtime_error("called again and again");
+      const Answer& next = script.empty() ? Answer{} : script[std::min(calls, script.size()) - 1];
+      errno = next.error;
+      return next;
+    };
+    PosixCalls calls;
+    calls.poll = [](pollfd* fds, nfds_t count, int) {
+      for (nfds_t i = 0; i < count; ++i) fds[i].revents = fds[i].events;
+      return static_cast<int>(count);
+    };
+    calls.read = [&](int, void* buffer, size_t size) -> ssize_t {
+      const Answer next = answer(row.reads, reads);
+      if (next.error != 0) return -1;
+      const size_t n = std::min(size, next.bytes.size());
+      memcpy(buffer, next.bytes.data(), n);
+      return static_cast<ssize_t>(n);
+    };
+    calls.write = [&](int, const void*, size_t size) -> ssize_t {
+      return answer(row.writes, writes).error != 0 ? -1 : static_cast<ssize_t>(size);
+    };
+    auto comm = NewPosixSerialComm(
+        *runtime, [&](int16_t) { return slave; }, SystemPortLockFolder(), calls);
+    comm->SetPortOpen(true);
+    int error = 0;
+    for (int i = 0; i < row.sends; ++i) error = Raised([&] { comm->SetOutput(L"AT"); });
+    EXPECT_EQ(error, row.error) << row.input;
+    EXPECT_EQ(ToLine(comm->Input()), row.input);
+    EXPECT_EQ(comm->Input(), L"");  // the notice once only
+  }
 }
 
 }  // namespace kw
