@@ -204,4 +204,36 @@ TEST_F(PosixSerialCommTest, ADeviceThatFailsHandsOverWhatCameBeforeThenOneNoCarr
   }
 }
 
+// Modem-control lines, which a pty lacks, through the system calls: each change raises its event
+// after the send event, in the order CTS, DSR, CD, ring, and CDHolding follows CD; a handler that
+// closes and reopens the port ends the delivery of the old opening's events.
+TEST_F(PosixSerialCommTest, ModemLineChangesRaiseTheirEventsInOrderUntilAHandlerReopens) {
+  int bits = 0;
+  PosixCalls calls;
+  calls.ioctl = [&](int fd, unsigned long request, void* argument) {
+    if (request != TIOCMGET && request != TIOCOUTQ) return ioctl(fd, request, argument);
+    *static_cast<int*>(argument) = request == TIOCMGET ? bits : 0;
+    return 0;
+  };
+  auto comm = NewPosixSerialComm(
+      *runtime, [&](int16_t) { return slave; }, SystemPortLockFolder(), calls);
+  std::string events;
+  comm->OnComm = [&] {
+    events += std::to_string(comm->CommEvent());
+    if (comm->CommEvent() == kCommEvCD && !comm->CDHolding()) {
+      comm->SetPortOpen(false);
+      comm->SetPortOpen(true);
+    }
+  };
+  comm->SetSThreshold(1);
+  comm->SetPortOpen(true);
+  comm->SetOutput(L"AT");
+  for (const int now : {TIOCM_CTS | TIOCM_CD, TIOCM_DSR | TIOCM_CD | TIOCM_RI, TIOCM_DSR, 0}) {
+    bits = now;
+    runtime->DoEvents();
+    events += comm->CDHolding() ? "+" : "-";
+  }
+  EXPECT_EQ(events, "135+346+5-4-");
+}
+
 }  // namespace kw
