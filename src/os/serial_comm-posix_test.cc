@@ -205,13 +205,18 @@ TEST_F(PosixSerialCommTest, ADeviceThatFailsHandsOverWhatCameBeforeThenOneNoCarr
 }
 
 // Modem-control lines, which a pty lacks, through the system calls: each change raises its event
-// after the send event, in the order CTS, DSR, CD, ring, and CDHolding follows CD; a handler that
-// closes and reopens the port ends the delivery of the old opening's events.
+// after the send event, in the order CTS, DSR, CD, ring, and CDHolding follows CD (no carrier when
+// the lines can't be read); a handler that closes and reopens the port ends the delivery of the
+// old opening's events.
 TEST_F(PosixSerialCommTest, ModemLineChangesRaiseTheirEventsInOrderUntilAHandlerReopens) {
   int bits = 0;
   PosixCalls calls;
   calls.ioctl = [&](int fd, unsigned long request, void* argument) {
     if (request != TIOCMGET && request != TIOCOUTQ) return ioctl(fd, request, argument);
+    if (request == TIOCMGET && bits < 0) {
+      errno = EIO;  // the lines can't be read just now
+      return -1;
+    }
     *static_cast<int*>(argument) = request == TIOCMGET ? bits : 0;
     return 0;
   };
@@ -228,12 +233,12 @@ TEST_F(PosixSerialCommTest, ModemLineChangesRaiseTheirEventsInOrderUntilAHandler
   comm->SetSThreshold(1);
   comm->SetPortOpen(true);
   comm->SetOutput(L"AT");
-  for (const int now : {TIOCM_CTS | TIOCM_CD, TIOCM_DSR | TIOCM_CD | TIOCM_RI, TIOCM_DSR, 0}) {
+  for (const int now : {TIOCM_CTS | TIOCM_CD, TIOCM_DSR | TIOCM_CD | TIOCM_RI, TIOCM_DSR, 0, -1}) {
     bits = now;
     runtime->DoEvents();
     events += comm->CDHolding() ? "+" : "-";
   }
-  EXPECT_EQ(events, "135+346+5-4-");
+  EXPECT_EQ(events, "135+346+5-4--");
 }
 
 }  // namespace kw
