@@ -241,4 +241,40 @@ TEST_F(PosixSerialCommTest, ModemLineChangesRaiseTheirEventsInOrderUntilAHandler
   EXPECT_EQ(events, "135+346+5-4--");
 }
 
+// A step of the opening that fails, through the system calls, gives its error (a port that
+// another holds, one that is no port, settings that can't be made), and leaves the port free.
+TEST_F(PosixSerialCommTest, AnOpeningThatFailsAtAnyStepGivesItsErrorAndLeavesThePortFree) {
+  const struct {
+    std::string call;
+    int error;
+    int32_t raised;
+  } rows[] = {{"open", EBUSY, 8005},   {"open", EACCES, 8002},   {"flock", EWOULDBLOCK, 8005},
+              {"flock", ENOLCK, 8002}, {"tcgetattr", EIO, 8015}, {"tcsetattr", EIO, 8015}};
+  for (const auto& row : rows) {
+    // Whether this is the call that fails; it then leaves the row's errno.
+    const auto fails = [&](const std::string& call) {
+      if (call != row.call) return false;
+      errno = row.error;
+      return true;
+    };
+    PosixCalls calls;
+    calls.open = [&](const char* path, int flags) {
+      return fails("open") ? -1 : ::open(path, flags);
+    };
+    calls.flock = [&](int fd, int operation) {
+      return fails("flock") ? -1 : ::flock(fd, operation);
+    };
+    calls.tcgetattr = [&](int fd, termios* line) {
+      return fails("tcgetattr") ? -1 : ::tcgetattr(fd, line);
+    };
+    calls.tcsetattr = [&](int fd, int when, const termios* line) {
+      return fails("tcsetattr") ? -1 : ::tcsetattr(fd, when, line);
+    };
+    auto comm = NewPosixSerialComm(
+        *runtime, [&](int16_t) { return slave; }, SystemPortLockFolder(), calls);
+    EXPECT_EQ(Raised([&] { comm->SetPortOpen(true); }), row.raised) << row.call << row.error;
+    EXPECT_EQ(Raised([&] { runtime->NewSerialComm()->SetPortOpen(true); }), 0) << row.call;
+  }
+}
+
 }  // namespace kw
