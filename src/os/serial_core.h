@@ -27,8 +27,8 @@ unsigned ModemLinesOf(unsigned status, const std::array<unsigned, 4>& masks);
 /// lost-line notice, the output queue, the thresholds, the events and their order, the modem-line
 /// changes. A device plugs in below it through the hooks, which make the system calls.
 ///
-/// What a device must provide (the core calls the hooks but OpenDevice only while the port is
-/// open, and those but CloseDevice only while it has not failed):
+/// What a device must provide (the core calls every hook but OpenDevice only while the port is
+/// open, and every one but CloseDevice only before the device has failed):
 /// - OpenDevice: take the port (its lock first, then the device), set it up and register with
 ///   the runtime, or raise the serial errors and leave nothing taken; a network port connects
 ///   here and raises when the connection is refused.
