@@ -83,8 +83,7 @@ class Win32Runtime final : public Runtime {
   }
 
   std::unique_ptr<SerialComm> NewSerialComm() override {
-    return std::make_unique<Win32SerialComm>(*this,
-                                             [this](int16_t port) { return DevicePath(port); });
+    return NewWin32SerialComm(*this, [this](int16_t port) { return DevicePath(port); });
   }
 
   void AddSource(EventSource* source) override { sources_.Add(source); }
