@@ -41,8 +41,9 @@ Reading Reference(std::wstring text) {
   const std::wstring kDigits = L"0123456789";
   if (whole.find_first_not_of(kDigits) != std::wstring::npos ||
       fraction.find_first_not_of(kDigits) != std::wstring::npos ||
-      whole.size() + fraction.size() == 0)
+      whole.size() + fraction.size() == 0) {
     return {kw::kTypeMismatch, 0};
+  }
   whole.erase(0, whole.find_first_not_of(L'0'));
   if (whole.size() > 5) return {kw::kOverflow, 0};
   long long value = whole.empty() ? 0 : std::stoll(whole);

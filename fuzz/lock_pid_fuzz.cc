@@ -17,8 +17,10 @@ namespace {
 long long Reference(std::string text) {
   while (!text.empty() && (text.back() == ' ' || text.back() == '\n')) text.pop_back();
   text.erase(0, text.find_first_not_of(' '));
-  if (text.empty() || text.size() > 10 || text.find_first_not_of("0123456789") != std::string::npos)
+  if (text.empty() || text.size() > 10 ||
+      text.find_first_not_of("0123456789") != std::string::npos) {
     return -1;
+  }
   const long long id = std::stoll(text);
   return id >= 1 && id <= INT_MAX ? id : -1;
 }
