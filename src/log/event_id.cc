@@ -7,7 +7,7 @@ namespace kw {
 int FailureEventId(const Error& error) {
   // An event ID has 16 bits, and 1 and 2 are taken by the records that carry no number.
   const int64_t n = static_cast<int64_t>(error.number()) - kErrorBase;
-  return n > kOtherFailureEventId && n <= 0xFFFF ? static_cast<int>(n) : kOtherFailureEventId;
+  return n >= 3 && n <= 0xFFFF ? static_cast<int>(n) : kOtherFailureEventId;
 }
 
 }  // namespace kw
