@@ -1,14 +1,11 @@
 // The command-line splitter on any raw line, and the round trip of an argument vector through
 // the line that the POSIX side rebuilds from it.
-#include <cstdint>
-#include <string>
 #include <vector>
 
 #include "base/string_util.h"
-#include "base/text.h"
 #include "frontend/command_line.h"
+#include "fuzz_util.h"
 #include "os/raw_command_line.h"
-#include "require.h"
 
 using kw::fuzz::Require;
 

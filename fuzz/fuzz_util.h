@@ -1,0 +1,76 @@
+#ifndef KW_FUZZ_FUZZ_UTIL_H_
+#define KW_FUZZ_FUZZ_UTIL_H_
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "base/error.h"
+#include "base/error_numbers.h"
+#include "base/text.h"
+
+namespace kw::fuzz {
+
+/// Ends the run with the property's name when it fails; libFuzzer keeps the input as a crash.
+inline void Require(bool holds, const char* property) {
+  if (holds) return;
+  std::fprintf(stderr, "PROPERTY FAILED: %s\n", property);
+  std::abort();
+}
+
+/// The fuzzer's bytes as the program's wide text: each byte is the line's character of that code,
+/// except 0xFF, whose next three bytes (high first) give any character up to 0xFFFFFF, so that
+/// characters the line can't carry occur too.
+inline std::wstring WideText(const std::string& bytes) {
+  const auto byte = [&bytes](size_t at) -> unsigned {
+    return at < bytes.size() ? static_cast<unsigned char>(bytes[at]) : 0;
+  };
+  std::wstring text;
+  for (size_t i = 0; i < bytes.size(); ++i) {
+    if (byte(i) != 0xFF) {
+      text.push_back(LineChar(static_cast<unsigned char>(byte(i))));
+    } else {
+      text.push_back(static_cast<wchar_t>(byte(i + 1) << 16 | byte(i + 2) << 8 | byte(i + 3)));
+      i += 3;
+    }
+  }
+  return text;
+}
+
+/// WideText, except that a two-byte input 0xFE n stands for its two characters repeated to
+/// 32,760 + n % 16 characters: the 16-bit limit, reached from short inputs only (a long text
+/// costs milliseconds).
+inline std::wstring TextOrLong(const std::string& bytes) {
+  std::wstring text = WideText(bytes);
+  if (bytes.size() != 2 || bytes[0] != '\xFE') return text;
+  text.resize(32760 + static_cast<unsigned char>(bytes[1]) % 16);
+  for (size_t i = 2; i < text.size(); ++i) text[i] = text[i % 2];
+  return text;
+}
+
+/// Cuts the next field off the front of the rest, up to a NUL (dropped) or the end.
+inline std::string NextField(std::string& rest) {
+  const size_t end = rest.find('\0');
+  std::string field = rest.substr(0, end);
+  rest.erase(0, end == std::string::npos ? end : end + 1);
+  return field;
+}
+
+/// Runs the step: 0 when it returns, n for the program's own error n, else the raised number
+/// (keeping the error's description when asked). Anything else thrown escapes to libFuzzer.
+template <typename Step>
+int ErrorOf(Step step, std::wstring* description = nullptr) {
+  try {
+    step();
+  } catch (const Error& e) {
+    if (description) *description = e.description();
+    const int64_t n = int64_t{e.number()} - kErrorBase;
+    return n >= 0 && n < 0x10000 ? static_cast<int>(n) : e.number();
+  }
+  return 0;
+}
+
+}  // namespace kw::fuzz
+
+#endif  // KW_FUZZ_FUZZ_UTIL_H_
