@@ -5,15 +5,16 @@
 #include "fuzz_util.h"
 #include "link/communication.h"
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+namespace kw::fuzz {
+
+void FuzzOne(const std::string& input) {
   // The control characters of TAP, UCP and the modem dialogue with the names the log gives them.
   static constexpr std::pair<wchar_t, const wchar_t*> kNamed[] = {
       {0x02, L"<STX>"}, {0x03, L"<ETX>"}, {0x04, L"<EOT>"}, {0x06, L"<ACK>"},
       {0x0A, L"<LF>"},  {0x0D, L"<CR>"},  {0x11, L"<XON>"}, {0x13, L"<XOFF>"},
       {0x15, L"<NAK>"}, {0x1B, L"<ESC>"}, {0x1E, L"<RS>"},
   };
-  const std::wstring text =
-      kw::fuzz::WideText(std::string(reinterpret_cast<const char*>(data), size));
+  const std::wstring text = WideText(input);
   std::wstring expected;
   for (wchar_t c : text) {
     std::wstring shown(1, c);
@@ -22,7 +23,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     expected += shown;
   }
-  kw::fuzz::Require(kw::ShowControlChars(text) == expected,
-                    "each named control character becomes its name, all else stays");
-  return 0;
+  Require(ShowControlChars(text) == expected,
+          "each named control character becomes its name, all else stays");
 }
+
+}  // namespace kw::fuzz

@@ -3,19 +3,18 @@
 #include "base/string_util.h"
 #include "fuzz_util.h"
 
-using kw::fuzz::Require;
+namespace kw::fuzz {
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  const std::wstring text =
-      kw::fuzz::TextOrLong(std::string(reinterpret_cast<const char*>(data), size));
-  std::wstring digits;
-  const int outcome = kw::fuzz::ErrorOf([&] { digits = kw::DigitsOnly(text); });
-  Require(outcome == (text.size() >= 32767 ? kw::kOverflow : 0),
+void FuzzOne(const std::string& input) {
+  const std::wstring text = TextOrLong(input);
+  std::wstring digits, expected;
+  const int outcome = ErrorOf([&] { digits = DigitsOnly(text); });
+  Require(outcome == (text.size() >= 32767 ? kOverflow : 0),
           "the overflow exactly from 32,767 characters on");
-  std::wstring expected;
   for (wchar_t c : text) {
     if (c >= L'0' && c <= L'9') expected.push_back(c);
   }
   Require(outcome != 0 || digits == expected, "every digit of the text, in order, and only those");
-  return 0;
 }
+
+}  // namespace kw::fuzz

@@ -12,6 +12,9 @@
 
 namespace kw::fuzz {
 
+/// One run of the target on the fuzzer's input; each target defines it.
+void FuzzOne(const std::string& input);
+
 /// Ends the run with the property's name when it fails; libFuzzer keeps the input as a crash.
 inline void Require(bool holds, const char* property) {
   if (holds) return;

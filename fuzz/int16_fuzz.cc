@@ -8,12 +8,12 @@
 #include "base/int16.h"
 #include "fuzz_util.h"
 
-using kw::fuzz::Require;
-
+namespace kw::fuzz {
 namespace {
 
 /// The failure (0 for none) and value of the text read from its parts: blanks, a sign, blanks,
-/// the whole digits, a point and the fraction's digits, blanks; a half rounds to the even value.
+/// the whole digits, a point and the fraction's digits, blanks; past a half rounds up, and a
+/// half to the even value.
 std::pair<int, long long> Reference(std::wstring text) {
   const wchar_t* const kBlanks = L" \t";
   text.erase(text.find_last_not_of(kBlanks) + 1);
@@ -24,39 +24,37 @@ std::pair<int, long long> Reference(std::wstring text) {
   }
   const size_t point = text.find(L'.');
   std::wstring whole = text.substr(0, point);
-  const std::wstring fraction = point == std::wstring::npos ? L"" : text.substr(point + 1);
-  if ((whole + fraction).empty() ||
-      (whole + fraction).find_first_not_of(L"0123456789") != std::wstring::npos) {
-    return {kw::kTypeMismatch, 0};
+  std::wstring fraction = point == std::wstring::npos ? L"" : text.substr(point + 1);
+  const std::wstring digits = whole + fraction;
+  if (digits.empty() || digits.find_first_not_of(L"0123456789") != std::wstring::npos) {
+    return {kTypeMismatch, 0};
   }
   whole.erase(0, whole.find_first_not_of(L'0'));
-  if (whole.size() > 5) return {kw::kOverflow, 0};
+  if (whole.size() > 5) return {kOverflow, 0};
   long long value = whole.empty() ? 0 : std::stoll(whole);
-  const wchar_t first = fraction.empty() ? L'0' : fraction[0];
-  const bool past_half =
-      first > L'5' || (first == L'5' && fraction.find_first_not_of(L'0', 1) != std::wstring::npos);
-  if (past_half || (first == L'5' && value % 2 == 1)) ++value;
+  fraction.erase(fraction.find_last_not_of(L'0') + 1);  // compares as a number from here on
+  if (fraction > L"5" || (fraction == L"5" && value % 2 == 1)) ++value;
   if (negative) value = -value;
-  if (value < INT16_MIN || value > INT16_MAX) return {kw::kOverflow, 0};
+  if (value < INT16_MIN || value > INT16_MAX) return {kOverflow, 0};
   return {0, value};
 }
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  const std::wstring text =
-      kw::fuzz::WideText(std::string(reinterpret_cast<const char*>(data), size));
+void FuzzOne(const std::string& input) {
+  const std::wstring text = WideText(input);
   long long value = 0;
-  const int failure = kw::fuzz::ErrorOf([&] { value = kw::ToInt16(text); });
+  const int failure = ErrorOf([&] { value = ToInt16(text); });
   Require(std::make_pair(failure, value) == Reference(text),
           "ToInt16 agrees with the plain reading: the value, the overflow or the type mismatch");
 
   // The input's first eight bytes as a number for CheckInt16.
   int64_t number = 0, kept = 0;
-  if (size >= sizeof number) std::memcpy(&number, data, sizeof number);
-  const int overflow = kw::fuzz::ErrorOf([&] { kept = kw::CheckInt16(number); });
+  if (input.size() >= sizeof number) std::memcpy(&number, input.data(), sizeof number);
+  const int overflow = ErrorOf([&] { kept = CheckInt16(number); });
   Require(number >= INT16_MIN && number <= INT16_MAX ? overflow == 0 && kept == number
-                                                     : overflow == kw::kOverflow,
+                                                     : overflow == kOverflow,
           "a number in range is kept, any other overflows");
-  return 0;
 }
+
+}  // namespace kw::fuzz

@@ -40,15 +40,10 @@ struct VirtualLine : sim::Peer {
       at += length;
     }
   }
-  /// Takes the link down as the sender does on every way out, checks that the port ends closed,
-  /// and gives all that the program wrote.
+  /// Takes the link down as the sender does on every way out; gives all that the program wrote.
   std::string TakeDown() {
     if (link.is_connected) link.HangUp();
     link.comm->SetPortOpen(false);
-    const auto& lines = runtime.transcript();
-    Require(std::count(lines.begin(), lines.end(), "-- open") ==
-                std::count(lines.begin(), lines.end(), "-- close"),
-            "the port ends closed");
     return runtime.written();
   }
   /// Every byte that came from the peer and reached the port, in order.
@@ -82,8 +77,7 @@ void Dial(VirtualLine& line) {
   const uint8_t carrier = line.Byte();  // 0: never; else up (n - 1) * 250 ms after the dial
   line.carrier_after_ms = carrier == 0 ? -1 : (carrier - 1) * 250;
   line.link.connection_timeout = timeout;
-  std::wstring said;
-  const int outcome = ErrorOf([&] { line.link.DialSmsCenter(L"0800123456"); }, &said);
+  const int outcome = ErrorOf([&] { line.link.DialSmsCenter(L"0800123456"); });
   const bool connected = line.link.is_connected;
   Require(std::set<int>{0, 523, 524, 525, 526}.count(outcome), "the dial ends in a documented way");
   Require(line.runtime.now_ms() - kStartMs < (std::max<int64_t>(timeout, 0) + 34) * 1000,
@@ -94,9 +88,6 @@ void Dial(VirtualLine& line) {
   Require(outcome != 0 || (lines.find(L"CONNECT") != std::wstring::npos &&
                            connected == line.link.comm->CDHolding()),
           "connected only after a CONNECT, and exactly when the carrier holds");
-  Require(outcome != 525 || (said.back() == L')' && said.find(L"ERROR") != std::wstring::npos &&
-                             said.find_first_of(L"\r\n") == std::wstring::npos),
-          "ERROR shows the modem's one line");
   Require(FromLine(line.Received()).rfind(line.link.recv_buffer, 0) == 0,
           "the receive buffer holds what came, in order");
   Require(line.TakeDown() == std::string("ATDT0800123456\r") + (connected ? "ATH" : ""),
@@ -137,8 +128,7 @@ void Ucp(VirtualLine& line, const SmsMessage& msg) {
   sender.sender_number = L"678";
   sender.modem = &line.link;
   const std::wstring frame = sender.PrepareMessage(msg);
-  std::wstring said;
-  const int outcome = ErrorOf([&] { sender.Send(frame); }, &said);
+  const int outcome = ErrorOf([&] { sender.Send(frame); });
   Require(std::set<int>{0, 557, 558, 559}.count(outcome), "UCP ends in a documented way");
   Require(line.runtime.now_ms() - kStartMs <= 28'000, "UCP ends within 2 s and 5 times 5 polls");
   // The first STX of all that came marks the reply; its letter stands 15 bytes on.
@@ -146,9 +136,7 @@ void Ucp(VirtualLine& line, const SmsMessage& msg) {
   const size_t stx = got.find('\x02');
   const char letter = stx != std::string::npos && stx + 15 < got.size() ? got[stx + 15] : 0;
   Require(outcome != 0 || letter == 'A', "accepted only on an A");
-  Require(
-      outcome != 559 || (letter == 'N' && said.rfind(L"Error received from provider : ", 0) == 0),
-      "refused only on an N, with the centre's text");
+  Require(outcome != 559 || letter == 'N', "refused only on an N");
   std::string written = line.TakeDown();
   const int frames = TakeAll(written, ToLine(frame));
   TakeAll(written, "ATH");
@@ -156,18 +144,18 @@ void Ucp(VirtualLine& line, const SmsMessage& msg) {
 }
 
 }  // namespace
-}  // namespace kw::fuzz
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+void FuzzOne(const std::string& input) {
   // The first byte picks the dial, or TAP or UCP on a link that is up as a sender finds it.
-  kw::fuzz::VirtualLine line(std::string(reinterpret_cast<const char*>(data), size));
+  VirtualLine line(input);
   const int part = line.Byte() % 3;
-  if (part == 0) return kw::fuzz::Dial(line), 0;
+  if (part == 0) return Dial(line);
   line.link.comm->SetPortOpen(true);
   line.link.is_connected = true;
-  kw::SmsMessage msg;
+  SmsMessage msg;
   msg.parsed_recipient = L"123";
   msg.message = L"abc";
-  part == 1 ? kw::fuzz::Tap(line, msg) : kw::fuzz::Ucp(line, msg);
-  return 0;
+  part == 1 ? Tap(line, msg) : Ucp(line, msg);
 }
+
+}  // namespace kw::fuzz

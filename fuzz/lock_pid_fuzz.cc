@@ -7,12 +7,12 @@
 #include "fuzz_util.h"
 #include "os/port_lock-posix.h"
 
-using kw::fuzz::Require;
+namespace kw::fuzz {
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  std::string text(reinterpret_cast<const char*>(data), size);
-  const pid_t pid = kw::ParsePid(text);
+void FuzzOne(const std::string& input) {
+  const pid_t pid = ParsePid(input);
   Require(pid == -1 || pid >= 1, "no id below 1 is accepted");
+  std::string text = input;
   text.erase(text.find_last_not_of(" \n") + 1);
   text.erase(0, text.find_first_not_of(' '));
   const bool plain = !text.empty() && text.size() <= 10 &&
@@ -22,7 +22,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
   // The input's first four bytes as an id, in the text of our own lock files.
   int32_t own = 0;
-  if (size >= sizeof own) std::memcpy(&own, data, sizeof own);
-  Require(own < 1 || kw::ParsePid(kw::PortLockText(own)) == own, "our own lock text reads back");
-  return 0;
+  if (input.size() >= sizeof own) std::memcpy(&own, input.data(), sizeof own);
+  Require(own < 1 || ParsePid(PortLockText(own)) == own, "our own lock text reads back");
 }
+
+}  // namespace kw::fuzz

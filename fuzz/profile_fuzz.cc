@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <clocale>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <string_view>
@@ -12,12 +11,11 @@
 #include "fuzz_util.h"
 #include "os/profile.h"
 
-using kw::fuzz::Require;
-
+namespace kw::fuzz {
 namespace {
 
-std::filesystem::path folder;
-std::wstring path;
+std::filesystem::path g_folder;
+std::wstring g_path;
 constexpr std::wstring_view kLineEnds(L"\r\n\0", 3);
 
 /// A value as a read hands it back: up to a line break or NUL, trimmed of blanks and tabs, one
@@ -34,28 +32,16 @@ std::wstring AsRead(std::wstring value) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  std::setlocale(LC_ALL, "C.UTF-8");  // as main sets it from a UTF-8 environment
-  // In memory where there is such a folder: every run rewrites the file dozens of times, and a
-  // disk file system flushes a truncated file on close.
-  char name[] = "/dev/shm/kw-fuzz-XXXXXX";
-  if (!mkdtemp(name)) Require(mkdtemp(std::strcpy(name, "/tmp/kw-fuzz-XXXXXX")), "a temp folder");
-  folder = name;
-  path = (folder / "kestrawind.ini").wstring();
-  atexit([] { std::filesystem::remove_all(folder); });
-  return 0;
-}
-
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+void FuzzOne(const std::string& input) {
   // The input: section NUL key NUL value NUL (each decoded as the reader decodes a line), then
   // the file's bytes.
-  std::string rest(reinterpret_cast<const char*>(data), size);
-  const std::wstring section = kw::FromLocale(kw::fuzz::NextField(rest));
-  const std::wstring key = kw::FromLocale(kw::fuzz::NextField(rest));
-  const std::wstring value = kw::FromLocale(kw::fuzz::NextField(rest));
-  std::ofstream(kw::ToLocale(path), std::ios::binary | std::ios::trunc) << rest;
+  std::string rest = input;
+  const std::wstring section = FromLocale(NextField(rest));
+  const std::wstring key = FromLocale(NextField(rest));
+  const std::wstring value = FromLocale(NextField(rest));
+  std::ofstream(ToLocale(g_path), std::ios::binary | std::ios::trunc) << rest;
 
-  const std::wstring read = kw::ProfileGetString(section, key, L"", path);
+  const std::wstring read = ProfileGetString(section, key, L"", g_path);
   Require(read.size() <= 253 && read.find_first_of(kLineEnds) == std::wstring::npos,
           "a value read is one line of at most 253 characters");
 
@@ -67,10 +53,24 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       key.find_first_of(L"\r\n=") != std::wstring::npos ||
       (key_start != std::wstring::npos && key[key_start] == L'[') ||
       std::any_of(all.begin(), all.end(), [](wchar_t c) { return c > 0x10FFFF; })) {
-    return 0;
+    return;
   }
-  kw::ProfileWriteString(section, key, value, path);
-  Require(kw::ProfileGetString(section, key, L"\x01", path) == AsRead(value),
+  ProfileWriteString(section, key, value, g_path);
+  Require(ProfileGetString(section, key, L"\x01", g_path) == AsRead(value),
           "a written value reads back as the rules give it");
+}
+
+}  // namespace kw::fuzz
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+  std::setlocale(LC_ALL, "C.UTF-8");  // as main sets it from a UTF-8 environment
+  // In memory where there is such a folder: every run rewrites the file dozens of times, and a
+  // disk file system flushes a truncated file on close.
+  char memory[] = "/dev/shm/kw-fuzz-XXXXXX", disk[] = "/tmp/kw-fuzz-XXXXXX";
+  const char* folder = mkdtemp(memory) ? memory : mkdtemp(disk);
+  kw::fuzz::Require(folder != nullptr, "a temp folder");
+  kw::fuzz::g_folder = folder;
+  kw::fuzz::g_path = (kw::fuzz::g_folder / "kestrawind.ini").wstring();
+  atexit([] { std::filesystem::remove_all(kw::fuzz::g_folder); });
   return 0;
 }

@@ -10,45 +10,45 @@
 #include "sim/virtual_runtime.h"
 #include "tap/sms_tap_sender.h"
 
+namespace kw::fuzz {
 namespace {
 
 /// A centre that acknowledges whatever it is sent, a tenth of a second later.
-struct AckingCentre : kw::sim::Peer {
-  void OnBytes(int64_t now_ms, const std::string&, kw::sim::PeerLine& line) override {
+struct AckingCentre : sim::Peer {
+  void OnBytes(int64_t now_ms, const std::string&, sim::PeerLine& line) override {
     line.SendAt(now_ms + 100, "\x06");
   }
 };
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+void FuzzOne(const std::string& input) {
   // The input: the recipient NUL the message.
-  std::string rest(reinterpret_cast<const char*>(data), size);
-  kw::SmsMessage msg;
-  msg.parsed_recipient = kw::fuzz::WideText(kw::fuzz::NextField(rest));
-  msg.message = kw::fuzz::WideText(rest);
+  std::string rest = input;
+  SmsMessage msg;
+  msg.parsed_recipient = WideText(NextField(rest));
+  msg.message = WideText(rest);
 
   // The block on a line that is up, after a login that left the go-ahead in the buffer.
-  kw::sim::VirtualRuntime runtime;
-  kw::ScopedRuntime installed(runtime);
+  sim::VirtualRuntime runtime;
+  ScopedRuntime installed(runtime);
   AckingCentre centre;
   runtime.set_peer(&centre);
-  kw::Modem link;
+  Modem link;
   link.Initialize(L"1");
   link.comm->SetPortOpen(true);
   link.is_connected = true;
   link.recv_buffer = L"[p";
-  kw::SmsTapSender tap;
+  SmsTapSender tap;
   tap.modem = &link;
-  kw::fuzz::Require(kw::fuzz::ErrorOf([&] { tap.Send(msg); }) == 0,
-                    "an acknowledged block is accepted");
+  Require(ErrorOf([&] { tap.Send(msg); }) == 0, "an acknowledged block is accepted");
 
-  std::string block =
-      "\x02" + kw::ToLine(msg.parsed_recipient) + "\r" + kw::ToLine(msg.message) + "\r\x03";
+  std::string block = "\x02" + ToLine(msg.parsed_recipient) + "\r" + ToLine(msg.message) + "\r\x03";
   unsigned sum = 0;
   for (unsigned char byte : block) sum += byte;
   for (int shift : {8, 4, 0}) block.push_back(static_cast<char>(0x30 + (sum >> shift & 0x0F)));
-  kw::fuzz::Require(runtime.written() == block + "\r",
-                    "one block, its checksum the sum of its bytes from STX through ETX");
-  return 0;
+  Require(runtime.written() == block + "\r",
+          "one block, its checksum the sum of its bytes from STX through ETX");
 }
+
+}  // namespace kw::fuzz

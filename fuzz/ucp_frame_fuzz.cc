@@ -3,7 +3,6 @@
 // say; the 16-bit overflow comes exactly when the length or the checksum's total passes 32,767;
 // otherwise the simulated centre finds the frame's length field and checksum right and reads the
 // operation's fields back, the text's IA5 hex decoding to its line codes.
-#include <algorithm>
 #include <cstdio>
 #include <utility>
 
@@ -12,9 +11,7 @@
 #include "sim/ucp_frame.h"
 #include "ucp/sms_ucp_sender.h"
 
-using kw::fuzz::ErrorOf;
-using kw::fuzz::Require;
-
+namespace kw::fuzz {
 namespace {
 
 /// The operations with their number of data fields.
@@ -31,13 +28,13 @@ long long Sum(const std::string& bytes) {
 /// Whether the frame overflows 16 bits, judged from the frame of the same settings without a
 /// message: the text's hex digits join it (when the operation carries a text) and its length
 /// field grows by their number. Both the length and the total only grow with more text.
-bool Overflows(kw::SmsUcpSender sender, kw::SmsMessage msg, bool carries_text) {
-  const std::string hex = carries_text ? kw::ToLine(kw::IA5Encode(msg.message)) : "";
+bool Overflows(SmsUcpSender sender, SmsMessage msg, bool carries_text) {
+  const std::string hex = carries_text ? ToLine(IA5Encode(msg.message)) : "";
   msg.message.clear();
   sender.text_length = INT16_MAX;
   std::wstring empty;
   if (ErrorOf([&] { empty = sender.PrepareMessage(msg); }) != 0) return true;
-  std::string body = kw::ToLine(empty.substr(1, empty.size() - 4));  // no STX, checksum, ETX
+  std::string body = ToLine(empty.substr(1, empty.size() - 4));  // no STX, checksum, ETX
   const long long length = std::stoll(body.substr(3, 5)) + static_cast<long long>(hex.size());
   if (length > INT16_MAX) return true;
   char digits[6];
@@ -47,61 +44,60 @@ bool Overflows(kw::SmsUcpSender sender, kw::SmsMessage msg, bool carries_text) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+void FuzzOne(const std::string& input) {
   // The input: the operation (a byte: one of the four, else two digits from the next two bytes),
   // TextLength (two bytes, high first), then recipient NUL sender NUL password NUL message.
-  uint8_t head[5] = {};
-  std::copy(data, data + std::min<size_t>(size, 5), head);
-  std::string rest(reinterpret_cast<const char*>(data), size);
-  rest.erase(0, 5);
-  kw::SmsUcpSender sender;
-  sender.operation_type = head[0] % 5 < 4 ? std::wstring(kOperations[head[0] % 5].first)
-                                          : std::wstring{static_cast<wchar_t>(L'0' + head[1] % 10),
-                                                         static_cast<wchar_t>(L'0' + head[2] % 10)};
-  sender.text_length = static_cast<int16_t>(head[3] << 8 | head[4]);
-  kw::SmsMessage msg;
-  msg.parsed_recipient = kw::fuzz::WideText(kw::fuzz::NextField(rest));
-  sender.sender_number = kw::fuzz::WideText(kw::fuzz::NextField(rest));
-  sender.authentication = kw::fuzz::WideText(kw::fuzz::NextField(rest));
-  msg.message = kw::fuzz::WideText(rest);
+  const auto head = [&input](size_t at) -> uint8_t { return at < input.size() ? input[at] : 0; };
+  std::string rest = input.substr(std::min<size_t>(input.size(), 5));
+  SmsUcpSender sender;
+  sender.operation_type = head(0) % 5 < 4 ? std::wstring(kOperations[head(0) % 5].first)
+                                          : std::wstring{static_cast<wchar_t>(L'0' + head(1) % 10),
+                                                         static_cast<wchar_t>(L'0' + head(2) % 10)};
+  sender.text_length = static_cast<int16_t>(head(3) << 8 | head(4));
+  SmsMessage msg;
+  msg.parsed_recipient = WideText(NextField(rest));
+  sender.sender_number = WideText(NextField(rest));
+  sender.authentication = WideText(NextField(rest));
+  msg.message = WideText(rest);
   const std::wstring& type = sender.operation_type;
   size_t fields = 0;  // an operation without a template carries no fields at all
   for (const auto& [known, count] : kOperations) fields = type == known ? count : fields;
 
   // Operations 01, 03 and 30 carry numbers of at most 16 characters; 51 and unknown ones any.
-  const bool numbers_limited =
-      (type == L"01" || type == L"03" || type == L"30") &&
-      (msg.parsed_recipient.size() > 16 || sender.sender_number.size() > 16);
+  const bool short_numbers = type == L"01" || type == L"03" || type == L"30";
   int refusal = 0;
   if (msg.message.size() >= 32767) {
-    refusal = kw::kEncodingFailed;
+    refusal = kEncodingFailed;
   } else if (2 * static_cast<long long>(msg.message.size()) > sender.text_length) {
-    refusal = kw::kMessageTooLong;
-  } else if (numbers_limited) {
-    refusal = msg.parsed_recipient.size() > 16 ? kw::kRecipientTooLong : kw::kSenderTooLong;
+    refusal = kMessageTooLong;
+  } else if (short_numbers && msg.parsed_recipient.size() > 16) {
+    refusal = kRecipientTooLong;
+  } else if (short_numbers && sender.sender_number.size() > 16) {
+    refusal = kSenderTooLong;
   } else if (Overflows(sender, msg, fields != 0)) {
-    refusal = kw::kOverflow;
+    refusal = kOverflow;
   }
   std::wstring frame;
   Require(ErrorOf([&] { frame = sender.PrepareMessage(msg); }) == refusal,
           "the frame is refused exactly as the limits say");
-  if (refusal != 0) return 0;
+  if (refusal != 0) return;
 
   Require(frame.size() >= 4 && frame.front() == 0x02 && frame.back() == 0x03, "STX to ETX");
-  kw::sim::UcpFrame read;
+  sim::UcpFrame read;
   std::string note;
-  Require(kw::sim::ReadUcpFrame(kw::ToLine(frame.substr(1, frame.size() - 2)), read, note) &&
-              read.length_ok && read.checksum_ok && read.operation == kw::ToLine(type),
+  Require(sim::ReadUcpFrame(ToLine(frame.substr(1, frame.size() - 2)), read, note) &&
+              read.length_ok && read.checksum_ok && read.operation == ToLine(type),
           "the centre reads an operation frame with a good length and checksum");
   // Fields are cut at "/": only numbers and a password without one stand where they belong.
   const std::wstring all = msg.parsed_recipient + sender.sender_number + sender.authentication;
-  if (fields == 0 || all.find(L'/') != std::wstring::npos) return 0;
+  if (fields == 0 || all.find(L'/') != std::wstring::npos) return;
   const bool carries_password = type == L"03" || type == L"51";
-  Require(read.field_count == fields && read.recipient == kw::ToLine(msg.parsed_recipient) &&
-              read.sender == kw::ToLine(sender.sender_number) &&
-              read.auth == (carries_password ? kw::ToLine(sender.authentication) : ""),
+  Require(read.field_count == fields && read.recipient == ToLine(msg.parsed_recipient) &&
+              read.sender == ToLine(sender.sender_number) &&
+              read.auth == (carries_password ? ToLine(sender.authentication) : ""),
           "each field stands where the operation has it");
-  Require(read.text_is_hex && read.text == kw::ToLine(msg.message),
+  Require(read.text_is_hex && read.text == ToLine(msg.message),
           "the text's IA5 hex decodes back to its line codes");
-  return 0;
 }
+
+}  // namespace kw::fuzz
