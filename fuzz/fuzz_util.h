@@ -41,33 +41,20 @@ inline std::wstring WideText(const std::string& bytes) {
   return text;
 }
 
-/// WideText, except that a two-byte input 0xFE n stands for its two characters repeated to
-/// 32,760 + n % 16 characters: the 16-bit limit, reached from short inputs only (a long text
-/// costs milliseconds).
-inline std::wstring TextOrLong(const std::string& bytes) {
-  std::wstring text = WideText(bytes);
-  if (bytes.size() != 2 || bytes[0] != '\xFE') return text;
-  text.resize(32760 + static_cast<unsigned char>(bytes[1]) % 16);
-  for (size_t i = 2; i < text.size(); ++i) text[i] = text[i % 2];
-  return text;
-}
-
 /// Cuts the next field off the front of the rest, up to a NUL (dropped) or the end.
 inline std::string NextField(std::string& rest) {
-  const size_t end = rest.find('\0');
-  std::string field = rest.substr(0, end);
-  rest.erase(0, end == std::string::npos ? end : end + 1);
+  std::string field = rest.substr(0, rest.find('\0'));
+  rest.erase(0, field.size() + 1);
   return field;
 }
 
-/// Runs the step: 0 when it returns, n for the program's own error n, else the raised number
-/// (keeping the error's description when asked). Anything else thrown escapes to libFuzzer.
+/// Runs the step: 0 when it returns, n for the program's own error n, else the raised number.
+/// Anything else thrown escapes to libFuzzer.
 template <typename Step>
-int ErrorOf(Step step, std::wstring* description = nullptr) {
+int ErrorOf(Step step) {
   try {
     step();
   } catch (const Error& e) {
-    if (description) *description = e.description();
     const int64_t n = int64_t{e.number()} - kErrorBase;
     return n >= 0 && n < 0x10000 ? static_cast<int>(n) : e.number();
   }

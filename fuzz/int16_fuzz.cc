@@ -3,6 +3,7 @@
 // failure out of range and the conversion failure for what is no number, and nothing else;
 // CheckInt16 keeps a number in range and overflows on any other.
 #include <cstring>
+#include <regex>
 #include <utility>
 
 #include "base/int16.h"
@@ -11,30 +12,23 @@
 namespace kw::fuzz {
 namespace {
 
-/// The failure (0 for none) and value of the text read from its parts: blanks, a sign, blanks,
-/// the whole digits, a point and the fraction's digits, blanks; past a half rounds up, and a
-/// half to the even value.
-std::pair<int, long long> Reference(std::wstring text) {
-  const wchar_t* const kBlanks = L" \t";
-  text.erase(text.find_last_not_of(kBlanks) + 1);
-  text.erase(0, text.find_first_not_of(kBlanks));
-  const bool negative = !text.empty() && text[0] == L'-';
-  if (negative || (!text.empty() && text[0] == L'+')) {
-    text.erase(0, text.find_first_not_of(kBlanks, 1));
-  }
-  const size_t point = text.find(L'.');
-  std::wstring whole = text.substr(0, point);
-  std::wstring fraction = point == std::wstring::npos ? L"" : text.substr(point + 1);
-  const std::wstring digits = whole + fraction;
-  if (digits.empty() || digits.find_first_not_of(L"0123456789") != std::wstring::npos) {
+/// The failure (0 for none) and value of the text read by its grammar: blanks, a sign, blanks,
+/// the whole digits, a point and the fraction's digits, blanks, with at least one digit; past a
+/// half rounds up, and a half to the even value.
+std::pair<int, long long> Reference(const std::wstring& text) {
+  static const std::wregex& number =
+      *new std::wregex(LR"([ \t]*([+-]?)[ \t]*([0-9]*)(?:\.([0-9]*))?[ \t]*)");
+  std::wsmatch parts;
+  if (!std::regex_match(text, parts, number) || parts[2].length() + parts[3].length() == 0) {
     return {kTypeMismatch, 0};
   }
+  std::wstring whole = parts[2], fraction = parts[3];
   whole.erase(0, whole.find_first_not_of(L'0'));
   if (whole.size() > 5) return {kOverflow, 0};
   long long value = whole.empty() ? 0 : std::stoll(whole);
   fraction.erase(fraction.find_last_not_of(L'0') + 1);  // compares as a number from here on
   if (fraction > L"5" || (fraction == L"5" && value % 2 == 1)) ++value;
-  if (negative) value = -value;
+  if (parts[1] == L"-") value = -value;
   if (value < INT16_MIN || value > INT16_MAX) return {kOverflow, 0};
   return {0, value};
 }

@@ -65,18 +65,13 @@ void FuzzOne(const std::string& input) {
 
   // Operations 01, 03 and 30 carry numbers of at most 16 characters; 51 and unknown ones any.
   const bool short_numbers = type == L"01" || type == L"03" || type == L"30";
-  int refusal = 0;
-  if (msg.message.size() >= 32767) {
-    refusal = kEncodingFailed;
-  } else if (2 * static_cast<long long>(msg.message.size()) > sender.text_length) {
-    refusal = kMessageTooLong;
-  } else if (short_numbers && msg.parsed_recipient.size() > 16) {
-    refusal = kRecipientTooLong;
-  } else if (short_numbers && sender.sender_number.size() > 16) {
-    refusal = kSenderTooLong;
-  } else if (Overflows(sender, msg, fields != 0)) {
-    refusal = kOverflow;
-  }
+  const size_t length = msg.message.size();
+  const int refusal = length >= 32767                                           ? kEncodingFailed
+                      : 2 * static_cast<long long>(length) > sender.text_length ? kMessageTooLong
+                      : short_numbers && msg.parsed_recipient.size() > 16       ? kRecipientTooLong
+                      : short_numbers && sender.sender_number.size() > 16       ? kSenderTooLong
+                      : Overflows(sender, msg, fields != 0)                     ? kOverflow
+                                                                                : 0;
   std::wstring frame;
   Require(ErrorOf([&] { frame = sender.PrepareMessage(msg); }) == refusal,
           "the frame is refused exactly as the limits say");
