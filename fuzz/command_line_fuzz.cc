@@ -1,44 +1,41 @@
 // The command-line splitter on any raw line, and the round trip of an argument vector through
 // the line that the POSIX side rebuilds from it.
-#include <cstdint>
-#include <string>
 #include <vector>
 
 #include "base/string_util.h"
-#include "base/text.h"
 #include "frontend/command_line.h"
+#include "fuzz_util.h"
 #include "os/raw_command_line.h"
-#include "require.h"
 
-using kw::fuzz::Require;
+namespace kw::fuzz {
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+void FuzzOne(const std::string& input) {
   // One character a byte, read as the line's character set, so that wide characters occur too.
-  const std::wstring text = kw::FromLine(std::string(reinterpret_cast<const char*>(data), size));
-  if (text.size() > 32767) return 0;  // past the 16-bit limit the splitter raises, as tested
+  const std::wstring text = FromLine(input);
+  if (text.size() > 32767) return;  // past the 16-bit limit the splitter raises, as tested
 
   size_t characters = 0;
-  for (const std::wstring& argument : kw::SplitCommandLine(text)) {
-    Require(!argument.empty(), "no argument is empty");
+  for (const std::wstring& argument : SplitCommandLine(text)) {
     characters += argument.size();
+    Require(!argument.empty() && characters <= text.size(), "non-empty arguments from the line");
   }
-  Require(characters <= text.size(), "the arguments come from the line");
 
   // The same bytes as an argument vector, each argument ended by a NUL as the kernel keeps it.
   std::vector<std::wstring> args(1);
   for (wchar_t c : text) c == 0 ? void(args.emplace_back()) : args.back().push_back(c);
-  const std::wstring line = kw::BuildRawCommandLine(args);
-  if (line.size() > 32767) return 0;
-  const std::vector<std::wstring> split = kw::SplitCommandLine(line);
+  const std::wstring line = BuildRawCommandLine(args);
+  if (line.size() > 32767) return;
+  const std::vector<std::wstring> split = SplitCommandLine(line);
   Require(split.size() == args.size(), "the rebuilt line gives back as many arguments");
   for (size_t i = 0; i < args.size(); ++i) {
     // The program strips quotes from both ends of every argument; nothing else may change, and
     // an argument that needs no quotes (an option, say) comes back exactly.
-    Require(kw::StripChar(split[i], L"\"") == kw::StripChar(args[i], L"\""),
+    Require(StripChar(split[i], L"\"") == StripChar(args[i], L"\""),
             "each argument comes back, up to its outer quotes");
     const bool bare = !args[i].empty() && args[i][0] != L'>' &&
                       args[i].find_first_of(L" \t\"") == std::wstring::npos;
     Require(!bare || split[i] == args[i], "a plain argument comes back exactly");
   }
-  return 0;
 }
+
+}  // namespace kw::fuzz

@@ -2,40 +2,25 @@
 // of the HDB form (at most ten digits with blanks before them and blanks or line feeds after),
 // and the text that the program writes for any id reads back as that id.
 #include <climits>
-#include <cstdint>
 #include <cstring>
-#include <string>
+#include <regex>
 
+#include "fuzz_util.h"
 #include "os/port_lock-posix.h"
-#include "require.h"
 
-using kw::fuzz::Require;
+namespace kw::fuzz {
 
-namespace {
-
-/// The id in the text, read by trimming and checking what is left; -1 for none.
-long long Reference(std::string text) {
-  while (!text.empty() && (text.back() == ' ' || text.back() == '\n')) text.pop_back();
-  text.erase(0, text.find_first_not_of(' '));
-  if (text.empty() || text.size() > 10 ||
-      text.find_first_not_of("0123456789") != std::string::npos) {
-    return -1;
-  }
-  const long long id = std::stoll(text);
-  return id >= 1 && id <= INT_MAX ? id : -1;
-}
-
-}  // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  const std::string text(reinterpret_cast<const char*>(data), size);
-  const pid_t pid = kw::ParsePid(text);
-  Require(pid == -1 || pid >= 1, "no id below 1 is accepted");
-  Require(pid == Reference(text), "the id agrees with a plain reading of the HDB form");
+void FuzzOne(const std::string& input) {
+  static const std::regex& hdb = *new std::regex(" *([0-9]{1,10})[ \n]*");
+  std::smatch digits;
+  const long long id = std::regex_match(input, digits, hdb) ? std::stoll(digits[1]) : -1;
+  const pid_t pid = ParsePid(input);
+  Require(pid == (id >= 1 && id <= INT_MAX ? id : -1), "the id agrees with a plain reading");
 
   // The input's first four bytes as an id, in the text of our own lock files.
-  int32_t id = 0;
-  if (size >= sizeof id) std::memcpy(&id, data, sizeof id);
-  Require(id < 1 || kw::ParsePid(kw::PortLockText(id)) == id, "our own lock text reads back");
-  return 0;
+  int32_t own = 0;
+  if (input.size() >= sizeof own) std::memcpy(&own, input.data(), sizeof own);
+  Require(own < 1 || ParsePid(PortLockText(own)) == own, "our own lock text reads back");
 }
+
+}  // namespace kw::fuzz

@@ -4,68 +4,46 @@
 
 #include <algorithm>
 #include <clocale>
-#include <cstdint>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <string>
+#include <string_view>
 
-#include "base/text.h"
+#include "fuzz_util.h"
 #include "os/profile.h"
-#include "require.h"
 
-using kw::fuzz::Require;
-
+namespace kw::fuzz {
 namespace {
 
-std::filesystem::path folder;
-std::wstring path;
+std::filesystem::path g_folder;
+std::wstring g_path;
+constexpr std::wstring_view kLineEnds(L"\r\n\0", 3);
 
-/// A value as a read hands it back: trimmed of blanks and tabs, one pair of matching outer
-/// quotes removed, cut to 253 characters. A line break or NUL ends it on the line.
+/// A value as a read hands it back: up to a line break or NUL, trimmed of blanks and tabs, one
+/// pair of matching outer quotes removed, cut to 253 characters.
 std::wstring AsRead(std::wstring value) {
-  value = value.substr(0, value.find_first_of(std::wstring(L"\r\n\0", 3)));
-  const size_t begin = value.find_first_not_of(L" \t");
-  if (begin == std::wstring::npos) return L"";
-  value = value.substr(begin, value.find_last_not_of(L" \t") - begin + 1);
+  value = value.substr(0, value.find_first_of(kLineEnds));
+  value.erase(value.find_last_not_of(L" \t") + 1);
+  value.erase(0, value.find_first_not_of(L" \t"));
   if (value.size() >= 2 && (value[0] == L'"' || value[0] == L'\'') && value.back() == value[0]) {
     value = value.substr(1, value.size() - 2);
   }
   return value.substr(0, 253);
 }
 
-/// The next field of the input up to a NUL, decoded as the ini reader decodes a line.
-std::wstring Field(std::string& rest) {
-  const size_t end = rest.find('\0');
-  std::wstring field = kw::FromLocale(rest.substr(0, end));
-  rest.erase(0, end == std::string::npos ? rest.size() : end + 1);
-  return field;
-}
-
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  std::setlocale(LC_ALL, "C.UTF-8");  // as main sets it from a UTF-8 environment
-  // In memory where there is such a folder: every run rewrites the file dozens of times, and a
-  // disk file system flushes a truncated file on close.
-  char name[] = "/dev/shm/kw-fuzz-XXXXXX";
-  if (!mkdtemp(name)) Require(mkdtemp(std::strcpy(name, "/tmp/kw-fuzz-XXXXXX")), "a temp folder");
-  folder = name;
-  path = (folder / "kestrawind.ini").wstring();
-  atexit([] { std::filesystem::remove_all(folder); });
-  return 0;
-}
+void FuzzOne(const std::string& input) {
+  // The input: section NUL key NUL value NUL (each decoded as the reader decodes a line), then
+  // the file's bytes.
+  std::string rest = input;
+  const std::wstring section = FromLocale(NextField(rest));
+  const std::wstring key = FromLocale(NextField(rest));
+  const std::wstring value = FromLocale(NextField(rest));
+  std::ofstream(ToLocale(g_path), std::ios::binary | std::ios::trunc) << rest;
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  // The input: section NUL key NUL value NUL, then the file's bytes.
-  std::string rest(reinterpret_cast<const char*>(data), size);
-  const std::wstring section = Field(rest), key = Field(rest), value = Field(rest);
-  std::ofstream(kw::ToLocale(path), std::ios::binary | std::ios::trunc) << rest;
-
-  const std::wstring read = kw::ProfileGetString(section, key, L"", path);
-  Require(
-      read.size() <= 253 && read.find_first_of(std::wstring(L"\r\n\0", 3)) == std::wstring::npos,
-      "a value read is one line of at most 253 characters");
+  const std::wstring read = ProfileGetString(section, key, L"", g_path);
+  Require(read.size() <= 253 && read.find_first_of(kLineEnds) == std::wstring::npos,
+          "a value read is one line of at most 253 characters");
 
   // Any value under a name the file can hold reads back as the rules give it. A name or value
   // with what is no Unicode character (past U+10FFFF) a file saved as UTF-16 can't hold.
@@ -74,10 +52,25 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (section.find_first_of(L"\r\n") != std::wstring::npos ||
       key.find_first_of(L"\r\n=") != std::wstring::npos ||
       (key_start != std::wstring::npos && key[key_start] == L'[') ||
-      std::any_of(all.begin(), all.end(), [](wchar_t c) { return c > 0x10FFFF; }))
-    return 0;
-  kw::ProfileWriteString(section, key, value, path);
-  Require(kw::ProfileGetString(section, key, L"\x01", path) == AsRead(value),
+      std::any_of(all.begin(), all.end(), [](wchar_t c) { return c > 0x10FFFF; })) {
+    return;
+  }
+  ProfileWriteString(section, key, value, g_path);
+  Require(ProfileGetString(section, key, L"\x01", g_path) == AsRead(value),
           "a written value reads back as the rules give it");
+}
+
+}  // namespace kw::fuzz
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+  std::setlocale(LC_ALL, "C.UTF-8");  // as main sets it from a UTF-8 environment
+  // In memory where there is such a folder: every run rewrites the file dozens of times, and a
+  // disk file system flushes a truncated file on close.
+  char memory[] = "/dev/shm/kw-fuzz-XXXXXX", disk[] = "/tmp/kw-fuzz-XXXXXX";
+  const char* folder = mkdtemp(memory) ? memory : mkdtemp(disk);
+  kw::fuzz::Require(folder != nullptr, "a temp folder");
+  kw::fuzz::g_folder = folder;
+  kw::fuzz::g_path = (kw::fuzz::g_folder / "kestrawind.ini").wstring();
+  atexit([] { std::filesystem::remove_all(kw::fuzz::g_folder); });
   return 0;
 }
