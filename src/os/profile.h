@@ -2,16 +2,47 @@
 #define KW_OS_PROFILE_H_
 
 #include <string>
+#include <unordered_map>
+
+#include "os/platform.h"
 
 namespace kw {
 
-/// Reads one key of a profile (ini) file the way the Windows profile API does: the value, cut to
-/// 253 characters, or the default when the file, the section or the key is missing.
+/// The keys of a profile (ini) file, parsed once, so that a look-up touches no file. Of each
+/// section name only the first section counts, and in it the first line of each key, as the
+/// Windows profile API finds them.
+class Profile {
+ public:
+  /// Parses a whole file's bytes in time linear in their number: 8-bit text (a UTF-8
+  /// byte-order mark skipped) or UTF-16 with a byte-order mark.
+  static Profile Parse(const std::string& bytes);
+
+  /// A key's value as the Windows profile API reads it: trimmed, one pair of matching outer quotes
+  /// removed, cut to 253 characters; the default when the section or the key is missing.
+  std::wstring Get(const std::wstring& section, const std::wstring& key,
+                   const std::wstring& default_value) const;
+
+ private:
+  /// By section and key name in ASCII lower case: the value as it stands behind the "=".
+  std::unordered_map<std::wstring, std::unordered_map<std::wstring, std::wstring>> sections_;
+};
+
+/// A profile file as read: its keys, or none and why it couldn't be read.
+struct ProfileFile {
+  Profile profile;      ///< the keys; none when the file couldn't be read
+  FileProblem problem;  ///< cause kNone when it was read
+};
+
+/// Reads a profile file in one go (one open, one read) and parses it.
+ProfileFile ReadProfile(const std::wstring& path);
+
+/// Reads one key of a profile file: the value, or the default when the file, the section or the
+/// key is missing. Reads the file on each call; ReadProfile reads it once for many keys.
 std::wstring ProfileGetString(const std::wstring& section, const std::wstring& key,
                               const std::wstring& default_value, const std::wstring& path);
 
-/// Sets one key of a profile file, keeping every other byte of it; adds the key, the section or
-/// the file where needed. Reports nothing.
+/// Sets one key of a profile file, keeping every other byte of it and its encoding; adds the key,
+/// the section or the file where needed. Reports nothing.
 void ProfileWriteString(const std::wstring& section, const std::wstring& key,
                         const std::wstring& value, const std::wstring& path);
 
