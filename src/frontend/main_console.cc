@@ -167,9 +167,8 @@ int RunProgram() {
   // The optional section "Ports" of the configuration file names the device of a port number;
   // it stands in for the platform's own names of serial ports. Read from the file as the settings
   // read it: the file is read once.
-  std::unique_ptr<Runtime> runtime = NewSystemRuntime([&config](int16_t port) {
-    return config.Get(L"Ports", std::to_wstring(port), L"");
-  });
+  std::unique_ptr<Runtime> runtime = NewSystemRuntime(
+      [&config](int16_t port) { return config.Get(L"Ports", std::to_wstring(port), L""); });
   ScopedRuntime installed(*runtime);
   Main(config);
   return 0;
