@@ -4,6 +4,7 @@
 
 #include <tuple>
 
+#include "os/platform.h"
 #include "unit_util.h"
 
 namespace kw {
@@ -28,7 +29,8 @@ static std::wstring Put(const TempFolder& folder, const std::string& bytes) {
 TEST(Profile, ReadsByTheFileRules) {
   const std::tuple<std::string, std::wstring, std::wstring> cases[] = {
       {"[a]\nj=\xE9\rk=v\r\ni=2", L"jki", L"\u00E9|v|2|"},  // LF, CR, CR LF, no end
-      {"\xEF\xBB\xBF[a]\nk=v\n", L"k", L"v|"},
+      {"\xEF\xBB\xBF[a]\nk=\xC3\xA9\n", L"k", L"\u00E9|"},  // UTF-8, on Windows too
+      {"[a]\nk=Zo\xC3\xAB\n", L"k", L"Zo\u00EB|"},
       {Utf16(u"[a]\r\nk=caf\u00E9 \U0001F600\r\n"), L"k", L"caf\u00E9 \U0001F600|"},
       {Utf16(u"[a]\nk=\u20AC\nj=v", true) + "x", L"kj", L"\u20AC|v|"},  // odd last byte dropped
       {"[a]\nj\0=1\nk=v\0junk\n"s, L"kj", L"v|dflt|"},                  // a NUL ends its line
@@ -72,6 +74,12 @@ TEST(Profile, WritesOnlyWhatItMust) {
   TempFolder folder;  // a folder is no file: it reads as missing and stays a folder
   ProfileWriteString(L"a", L"k", L"v", folder.path.wstring());
   EXPECT_EQ(ProfileGetString(L"a", L"k", L"dflt", folder.path.wstring()), L"dflt");
+  EXPECT_NE(ReadProfile(folder.path.wstring()).problem.cause, Cause::kNone);
+  // A file whose name the ANSI code page can't hold is reached by its wide name.
+  const std::wstring path = folder.path.wstring() + kPathSeparator + L"\u77ED\u4FE1.ini";
+  EXPECT_EQ(ReadProfile(path).problem.cause, Cause::kMissing);
+  ProfileWriteString(L"a", L"k", L"v", path);
+  EXPECT_EQ(ProfileGetString(L"a", L"k", L"dflt", path), L"v");
 }
 
 }  // namespace kw
