@@ -13,8 +13,8 @@ namespace kw {
 /// Windows profile API finds them.
 class Profile {
  public:
-  /// Parses a whole file's bytes in time linear in their number: 8-bit text (a UTF-8
-  /// byte-order mark skipped) or UTF-16 with a byte-order mark.
+  /// Parses a whole file's bytes in time linear in their number: UTF-16 with a byte-order mark,
+  /// or 8-bit text past any UTF-8 mark, as UTF-8 or in the locale's encoding (see ReadsAsUtf8).
   static Profile Parse(const std::string& bytes);
 
   /// A key's value as the Windows profile API reads it: trimmed, one pair of matching outer quotes
