@@ -2,12 +2,24 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <functional>
+#include <memory>
 #include <utility>
 #include <vector>
 
 #include "os/profile_file.h"
 
 namespace kw {
+
+/// A profile file's text: its bytes, or for a file saved as UTF-16 (what Windows calls
+/// "Unicode", with a byte-order mark), its characters.
+struct ProfileText {
+  enum Encoding { kLocale, kUtf8, kUtf16Le, kUtf16Be };
+  Encoding encoding = kLocale;
+  std::string bytes;  ///< the whole file, for an 8-bit one
+  std::wstring wide;  ///< the characters behind the mark, for a UTF-16 one
+};
+
 namespace {
 
 constexpr size_t kNone = static_cast<size_t>(-1);
@@ -20,6 +32,7 @@ struct Line {
   size_t begin = 0;  // first byte of the line's text
   size_t end = 0;    // first byte of its line end (the file's end when it has none)
   size_t next = 0;   // first byte after its line end
+  size_t cut = 0;    // where its text ends: at its line end or at its first NUL
   Kind kind = kOther;
   std::wstring name;   // section name of a header, key name of a key line; trimmed
   std::wstring value;  // what follows the first "=" of a key line, as it stands
@@ -31,15 +44,6 @@ struct Spot {
   size_t header = kNone;
   size_t key = kNone;
   size_t last = kNone;
-};
-
-/// A profile file's text: its bytes, or for a file saved as UTF-16 (what Windows calls
-/// "Unicode", with a byte-order mark), its characters.
-struct FileText {
-  enum Encoding { kLocale, kUtf8, kUtf16Le, kUtf16Be };
-  Encoding encoding = kLocale;
-  std::string bytes;  ///< the whole file, for an 8-bit one
-  std::wstring wide;  ///< the characters behind the mark, for a UTF-16 one
 };
 
 bool IsBlank(wchar_t c) { return c == L' ' || c == L'\t'; }
@@ -87,25 +91,40 @@ void Classify(std::wstring&& text, Line& line) {
 }
 
 /// The text of a line of an 8-bit file, decoded in the file's encoding.
-std::wstring Decode(const FileText& file, const std::string& bytes) {
-  return DecodeProfileText(bytes, file.encoding == FileText::kUtf8);
+std::wstring Decode(const ProfileText& file, const std::string& bytes) {
+  return DecodeProfileText(bytes, file.encoding == ProfileText::kUtf8);
 }
 /// The text of a line of a UTF-16 file: already characters.
-std::wstring Decode(const FileText&, const std::wstring& text) { return text; }
+std::wstring Decode(const ProfileText&, const std::wstring& text) { return text; }
 /// A line's new text in the file's own form.
-std::string Encode(const FileText& file, const std::wstring& text, const std::string&) {
-  return EncodeProfileText(text, file.encoding == FileText::kUtf8);
+std::string Encode(const ProfileText& file, const std::wstring& text, const std::string&) {
+  return EncodeProfileText(text, file.encoding == ProfileText::kUtf8);
 }
-std::wstring Encode(const FileText&, const std::wstring& text, const std::wstring&) { return text; }
+std::wstring Encode(const ProfileText&, const std::wstring& text, const std::wstring&) {
+  return text;
+}
 
 /// Where the lines of the file's text begin: past a UTF-8 byte-order mark.
 size_t Body(const std::string& bytes) { return bytes.compare(0, 3, kByteOrderMark) == 0 ? 3 : 0; }
 size_t Body(const std::wstring&) { return 0; }
 
+/// Whether the file's text is characters (a UTF-16 file) rather than bytes.
+bool IsWide(const ProfileText& file) {
+  return file.encoding == ProfileText::kUtf16Le || file.encoding == ProfileText::kUtf16Be;
+}
+
+/// The text of the line whose text lies from begin to end, decoded.
+std::wstring LineText(const ProfileText& file, size_t begin, size_t end) {
+  return IsWide(file) ? file.wide.substr(begin, end - begin)
+                      : Decode(file, file.bytes.substr(begin, end - begin));
+}
+
+size_t Hash(const std::wstring& name) { return std::hash<std::wstring>()(name); }
+
 /// Hands each line of the file's text (bytes, or the characters of a UTF-16 file) to visit, split
 /// at CR LF, LF or a lone CR, from its body on. Each character is looked at a few times at most.
 template <typename Text, typename Visit>
-void ForEachLine(const FileText& file, const Text& text, Visit visit) {
+void ForEachLine(const ProfileText& file, const Text& text, Visit visit) {
   using Char = typename Text::value_type;
   static const Char kLineEnds[] = {'\r', '\n', 0};
   size_t pos = Body(text);
@@ -119,9 +138,8 @@ void ForEachLine(const FileText& file, const Text& text, Visit visit) {
       ++line.next;
     }
     // A NUL ends the line's text; looked for within the line only.
-    const size_t text_end =
-        std::find(text.begin() + pos, text.begin() + line.end, Char(0)) - text.begin();
-    Classify(Decode(file, text.substr(pos, text_end - pos)), line);
+    line.cut = std::find(text.begin() + pos, text.begin() + line.end, Char(0)) - text.begin();
+    Classify(Decode(file, text.substr(pos, line.cut - pos)), line);
     pos = line.next;
     visit(std::move(line));
   }
@@ -129,7 +147,7 @@ void ForEachLine(const FileText& file, const Text& text, Visit visit) {
 
 /// The lines of the file's text.
 template <typename Text>
-std::vector<Line> Lines(const FileText& file, const Text& text) {
+std::vector<Line> Lines(const ProfileText& file, const Text& text) {
   std::vector<Line> lines;
   ForEachLine(file, text, [&lines](Line&& line) { lines.push_back(std::move(line)); });
   return lines;
@@ -168,16 +186,16 @@ unsigned Unit(const std::string& bytes, size_t i, bool big_endian) {
 }
 
 /// Tells a file's encoding by its byte-order mark, else by its bytes (see ReadsAsUtf8).
-FileText Identify(std::string bytes) {
-  FileText file;
+ProfileText Identify(std::string bytes) {
+  ProfileText file;
   const bool le = bytes.compare(0, 2, "\xFF\xFE") == 0;
   const bool be = bytes.compare(0, 2, "\xFE\xFF") == 0;
   if (!le && !be) {
-    file.encoding = ReadsAsUtf8(bytes, Body(bytes)) ? FileText::kUtf8 : FileText::kLocale;
+    file.encoding = ReadsAsUtf8(bytes, Body(bytes)) ? ProfileText::kUtf8 : ProfileText::kLocale;
     file.bytes = std::move(bytes);
     return file;
   }
-  file.encoding = le ? FileText::kUtf16Le : FileText::kUtf16Be;
+  file.encoding = le ? ProfileText::kUtf16Le : ProfileText::kUtf16Be;
   // Where a wide character holds any character, pairs of surrogates become one character; where
   // wide text is UTF-16 itself (Windows), they stay two units. A lone one stays as it is, so that
   // writing the file back gives the same units. An odd last byte is no character and is dropped.
@@ -200,10 +218,10 @@ FileText Identify(std::string bytes) {
 }
 
 /// Writes the file back in the encoding it was read in. Reports nothing.
-void Store(const std::wstring& path, const FileText& file) {
+void Store(const std::wstring& path, const ProfileText& file) {
   std::string bytes = file.bytes;
-  if (file.encoding == FileText::kUtf16Le || file.encoding == FileText::kUtf16Be) {
-    const bool be = file.encoding == FileText::kUtf16Be;
+  if (IsWide(file)) {
+    const bool be = file.encoding == ProfileText::kUtf16Be;
     const auto put = [&](unsigned unit) {
       const char high = static_cast<char>(unit >> 8);
       const char low = static_cast<char>(unit & 0xFF);
@@ -225,7 +243,7 @@ void Store(const std::wstring& path, const FileText& file) {
 
 /// Sets a key in the file's text, keeping all else.
 template <typename Text>
-void Put(const FileText& file, Text& text, const std::wstring& section, const std::wstring& key,
+void Put(const ProfileText& file, Text& text, const std::wstring& section, const std::wstring& key,
          const std::wstring& value) {
   const std::vector<Line> lines = Lines(file, text);
   const Spot spot = Find(lines, Trim(section), Trim(key));
@@ -249,20 +267,23 @@ void Put(const FileText& file, Text& text, const std::wstring& section, const st
 }  // namespace
 
 Profile Profile::Parse(const std::string& bytes) {
-  const FileText file = Identify(bytes);
   Profile profile;
-  // The section that the lines belong to; none before the first header and in a section whose
-  // name came before, which a look-up never reaches.
-  std::unordered_map<std::wstring, std::wstring>* keys = nullptr;
+  profile.text_ = std::make_shared<const ProfileText>(Identify(bytes));
+  const ProfileText& file = *profile.text_;
+  // The keys of the section that the lines belong to; none before the first header and in a
+  // section whose name came before, which a look-up never reaches.
+  std::pair<size_t, size_t>* keys = nullptr;
   const auto index = [&profile, &keys](Line&& line) {
     if (line.kind == Line::kHeader) {
-      const auto added = profile.sections_.try_emplace(Folded(std::move(line.name)));
+      const size_t next = profile.keys_.size();
+      const auto added = profile.sections_.try_emplace(Folded(std::move(line.name)), next, next);
       keys = added.second ? &added.first->second : nullptr;
     } else if (line.kind == Line::kKey && keys) {
-      keys->try_emplace(Folded(std::move(line.name)), std::move(line.value));
+      profile.keys_.push_back({Hash(Folded(std::move(line.name))), line.begin, line.cut});
+      keys->second = profile.keys_.size();
     }
   };
-  if (file.encoding == FileText::kUtf16Le || file.encoding == FileText::kUtf16Be) {
+  if (IsWide(file)) {
     ForEachLine(file, file.wide, index);
   } else {
     ForEachLine(file, file.bytes, index);
@@ -274,8 +295,16 @@ std::wstring Profile::Get(const std::wstring& section, const std::wstring& key,
                           const std::wstring& default_value) const {
   const auto keys = sections_.find(Folded(Trim(section)));
   if (keys == sections_.end()) return default_value;
-  const auto found = keys->second.find(Folded(Trim(key)));
-  return found == keys->second.end() ? default_value : Clean(found->second);
+  const std::wstring name = Folded(Trim(key));
+  const size_t hash = Hash(name);
+  // The key lines of the section in the file's order: the first of the name counts.
+  for (size_t i = keys->second.first; i < keys->second.second; ++i) {
+    if (keys_[i].hash != hash) continue;
+    Line line;
+    Classify(LineText(*text_, keys_[i].begin, keys_[i].end), line);
+    if (Folded(line.name) == name) return Clean(line.value);
+  }
+  return default_value;
 }
 
 ProfileFile ReadProfile(const std::wstring& path) {
@@ -296,8 +325,8 @@ void ProfileWriteString(const std::wstring& section, const std::wstring& key,
   std::string bytes;
   FileProblem ignored;  // a file that can't be read is written as a new one
   ReadWholeFile(path, bytes, ignored);
-  FileText file = Identify(std::move(bytes));
-  if (file.encoding == FileText::kUtf16Le || file.encoding == FileText::kUtf16Be) {
+  ProfileText file = Identify(std::move(bytes));
+  if (IsWide(file)) {
     Put(file, file.wide, section, key, value);
   } else {
     Put(file, file.bytes, section, key, value);

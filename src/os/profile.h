@@ -1,12 +1,19 @@
 #ifndef KW_OS_PROFILE_H_
 #define KW_OS_PROFILE_H_
 
+#include <cstddef>
+#include <memory>
 #include <string>
 #include <unordered_map>
+#include <utility>
+#include <vector>
 
 #include "os/platform.h"
 
 namespace kw {
+
+/// The text of a profile file as read (in profile.cc).
+struct ProfileText;
 
 /// The keys of a profile (ini) file, parsed once, so that a look-up touches no file. Of each
 /// section name only the first section counts, and in it the first line of each key, as the
@@ -23,8 +30,17 @@ class Profile {
                    const std::wstring& default_value) const;
 
  private:
-  /// By section and key name in ASCII lower case: the value as it stands behind the "=".
-  std::unordered_map<std::wstring, std::unordered_map<std::wstring, std::wstring>> sections_;
+  /// A key line that a look-up can reach: the hash of its name in ASCII lower case, and where its
+  /// text lies in the file's text (which is decoded again only for a look-up).
+  struct Key {
+    size_t hash;
+    size_t begin;
+    size_t end;
+  };
+  std::shared_ptr<const ProfileText> text_;
+  std::vector<Key> keys_;
+  /// By section name in ASCII lower case: where its keys lie in keys_, from first to before last.
+  std::unordered_map<std::wstring, std::pair<size_t, size_t>> sections_;
 };
 
 /// A profile file as read: its keys, or none and why it couldn't be read.
