@@ -34,12 +34,15 @@ TEST(PortLock, TakesThroughASymlinkKeepsOthersOutAndRemovesOnlyItsOwnOrAStaleOne
 
   // Held: by a live process (in either form), or empty and fresh (not yet written). Taken: of a
   // process that is gone (no process has the id pid_max), of our own id (left by an earlier
-  // process), old and without an id. Files that are not empty are made 100 seconds old.
+  // process), old and without an id, with more than an id, or with one that no process can have
+  // (cut to 32 bits, 4294967297 would read as 1, which lives for ever). Files that are not empty
+  // are made 100 seconds old.
   const int gone = std::stoi(FileBytes("/proc/sys/kernel/pid_max"));
   std::string taken;
   for (const std::string& text :
        {PortLockText(getppid()), std::to_string(getppid()) + "\n", std::string(),
-        PortLockText(gone), PortLockText(getpid()), std::string("\n"), std::string("abc\n")}) {
+        PortLockText(gone), PortLockText(getpid()), std::string("\n"), std::string("abc\n"),
+        std::string("1 x\n"), PortLockText(0), PortLockText(-1), std::string("4294967297\n")}) {
     std::ofstream(lock_file) << text;
     std::filesystem::last_write_time(lock_file, std::filesystem::file_time_type::clock::now() -
                                                     std::chrono::seconds(text.empty() ? 0 : 100));
@@ -47,7 +50,7 @@ TEST(PortLock, TakesThroughASymlinkKeepsOthersOutAndRemovesOnlyItsOwnOrAStaleOne
     EXPECT_EQ(FileBytes(lock_file), taken.back() == 'T' ? PortLockText(getpid()) : text);
     other.Release();
   }
-  EXPECT_EQ(taken, "HHHTTTT");
+  EXPECT_EQ(taken, "HHHTTTTTTTT");
 }
 
 }  // namespace kw

@@ -79,8 +79,7 @@ class PosixRuntime final : public PollingRuntime {
   }
 
   std::unique_ptr<SerialComm> NewSerialComm() override {
-    return std::make_unique<PosixSerialComm>(*this,
-                                             [this](int16_t port) { return DevicePath(port); });
+    return NewPosixSerialComm(*this, [this](int16_t port) { return DevicePath(port); });
   }
 
   void AddSource(EventSource* source) override { sources_.Add(source); }

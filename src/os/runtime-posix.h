@@ -9,7 +9,7 @@
 namespace kw {
 
 /// A source whose causes show on a descriptor, so that a wait can sleep in poll(2) until then.
-class PollSource : public EventSource {
+class PollSource : public virtual EventSource {
  public:
   /// The descriptor to wait on, or -1 for none just now.
   virtual int WaitDescriptor() const = 0;

@@ -4,10 +4,14 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <cstring>
+#include <stdexcept>
 
 #include "base/text.h"
+#include "os/serial_errors.h"
 #include "unit_util.h"
 
 namespace kw {
@@ -112,10 +116,10 @@ TEST_F(PosixSerialCommTest, HoldsTheLineAloneClosesWithHangUpAndFailsOnWhatIsNot
   std::ofstream(locks.path / PortLockName(slave)) << PortLockText(getppid());  // alive
   int notes = 0;
   const auto open = [&](const std::string& device, const std::filesystem::path& lock_folder) {
-    PosixSerialComm comm(
+    auto comm = NewPosixSerialComm(
         *runtime, [&](int16_t) { return device; }, lock_folder.string());
-    comm.OnNotice = [&](const std::wstring&) { ++notes; };
-    return Raised([&] { comm.SetPortOpen(true); });
+    comm->OnNotice = [&](const std::wstring&) { ++notes; };
+    return Raised([&] { comm->SetPortOpen(true); });
   };
   for (const char* device : {"/nonexistent/ttyKW0", "/dev/null", ""})
     EXPECT_EQ(open(device, locks.path), 8002) << device;
@@ -124,6 +128,153 @@ TEST_F(PosixSerialCommTest, HoldsTheLineAloneClosesWithHangUpAndFailsOnWhatIsNot
   EXPECT_EQ(notes, 0);
   EXPECT_EQ(open(slave, "/nonexistent"), 0);  // and the close left the port free
   EXPECT_EQ(notes, 1);
+}
+
+TEST_F(PosixSerialCommTest, AZeroInBufferCountDropsTheInputThatWaitsAndNoOtherCountDoes) {
+  auto comm = runtime->NewSerialComm();
+  comm->SetPortOpen(true);
+  const auto arrive = [&](const std::string& bytes) {  // until the bytes wait at the port
+    ASSERT_EQ(write(master, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+    for (int i = 0; i < 2; ++i) runtime->WaitForEvent();
+  };
+  for (const int16_t count : {7, 0}) {
+    arrive("queue");
+    runtime->DoEvents();  // into the port's own queue
+    arrive("driver");
+    comm->SetInBufferCount(count);
+    arrive("new");
+    EXPECT_EQ(comm->Input(), count == 0 ? L"new" : L"queuedrivernew");
+  }
+}
+
+// Faults of a device that a pty can't show, through the system calls: reads and writes answer
+// from a script whose last answer repeats (a pulled-out adapter gives EIO for ever), the rest is
+// the pty's. The bytes that came before the loss are handed over first, then one lost-line
+// notice; a write refused before any byte got out fails as a write instead, with no notice.
+TEST_F(PosixSerialCommTest, ADeviceThatFailsHandsOverWhatCameBeforeThenOneNoCarrier) {
+  struct Answer {
+    std::string bytes;  // for a read; a write takes all it is given
+    int error = 0;      // else: -1 with this errno
+  };
+  const Answer eio{"", EIO}, eintr{"", EINTR}, again{"", EAGAIN}, lost{"RING\r\n"};
+  const std::string notice = kLostLineNotice;
+  const struct {
+    std::vector<Answer> reads, writes;
+    int sends;  // of "AT"; the last one raises error
+    int error;
+    std::string input;
+  } rows[] = {
+      {{{"OK\r\n"}, eio}, {}, 0, 0, "OK\r\n" + notice},
+      {{{"OK"}, eintr, {"\r\n"}, eio}, {}, 0, 0, "OK\r\n" + notice},
+      {{lost, eio}, {{}, eio}, 2, 0, lost.bytes + notice},
+      {{lost, again}, {eintr, eio}, 1, 8020, lost.bytes},
+  };
+  for (const auto& row : rows) {
+    size_t reads = 0, writes = 0;
+    // Gives the next answer; a loop that keeps calling after the device is gone ends the test.
+    const auto answer = [](const std::vector<Answer>& script, size_t& calls) {
+      if (++calls > 20) throw std::runtime_error("called again and again");
+      const Answer& next = script.empty() ? Answer{} : script[std::min(calls, script.size()) - 1];
+      errno = next.error;
+      return next;
+    };
+    PosixCalls calls;
+    calls.poll = [](pollfd* fds, nfds_t count, int) {
+      for (nfds_t i = 0; i < count; ++i) fds[i].revents = fds[i].events;
+      return static_cast<int>(count);
+    };
+    calls.read = [&](int, void* buffer, size_t size) -> ssize_t {
+      const Answer next = answer(row.reads, reads);
+      if (next.error != 0) return -1;
+      const size_t n = std::min(size, next.bytes.size());
+      memcpy(buffer, next.bytes.data(), n);
+      return static_cast<ssize_t>(n);
+    };
+    calls.write = [&](int, const void*, size_t size) -> ssize_t {
+      return answer(row.writes, writes).error != 0 ? -1 : static_cast<ssize_t>(size);
+    };
+    auto comm = NewPosixSerialComm(
+        *runtime, [&](int16_t) { return slave; }, SystemPortLockFolder(), calls);
+    comm->SetPortOpen(true);
+    int error = 0;
+    for (int i = 0; i < row.sends; ++i) error = Raised([&] { comm->SetOutput(L"AT"); });
+    EXPECT_EQ(error, row.error) << row.input;
+    EXPECT_EQ(ToLine(comm->Input()), row.input);
+    EXPECT_EQ(comm->Input(), L"");  // the notice once only
+  }
+}
+
+// Modem-control lines, which a pty lacks, through the system calls: each change raises its event
+// after the send event, in the order CTS, DSR, CD, ring, and CDHolding follows CD (no carrier when
+// the lines can't be read); a handler that closes and reopens the port ends the delivery of the
+// old opening's events.
+TEST_F(PosixSerialCommTest, ModemLineChangesRaiseTheirEventsInOrderUntilAHandlerReopens) {
+  int bits = 0;
+  PosixCalls calls;
+  calls.ioctl = [&](int fd, unsigned long request, void* argument) {
+    if (request != TIOCMGET && request != TIOCOUTQ) return ioctl(fd, request, argument);
+    if (request == TIOCMGET && bits < 0) {
+      errno = EIO;  // the lines can't be read just now
+      return -1;
+    }
+    *static_cast<int*>(argument) = request == TIOCMGET ? bits : 0;
+    return 0;
+  };
+  auto comm = NewPosixSerialComm(
+      *runtime, [&](int16_t) { return slave; }, SystemPortLockFolder(), calls);
+  std::string events;
+  comm->OnComm = [&] {
+    events += std::to_string(comm->CommEvent());
+    if (comm->CommEvent() == kCommEvCD && !comm->CDHolding()) {
+      comm->SetPortOpen(false);
+      comm->SetPortOpen(true);
+    }
+  };
+  comm->SetSThreshold(1);
+  comm->SetPortOpen(true);
+  comm->SetOutput(L"AT");
+  for (const int now : {TIOCM_CTS | TIOCM_CD, TIOCM_DSR | TIOCM_CD | TIOCM_RI, TIOCM_DSR, 0, -1}) {
+    bits = now;
+    runtime->DoEvents();
+    events += comm->CDHolding() ? "+" : "-";
+  }
+  EXPECT_EQ(events, "135+346+5-4--");
+}
+
+// A step of the opening that fails, through the system calls, gives its error (a port that
+// another holds, one that is no port, settings that can't be made), and leaves the port free.
+TEST_F(PosixSerialCommTest, AnOpeningThatFailsAtAnyStepGivesItsErrorAndLeavesThePortFree) {
+  const struct {
+    std::string call;
+    int error;
+    int32_t raised;
+  } rows[] = {{"open", EBUSY, 8005},   {"open", EACCES, 8002},   {"flock", EWOULDBLOCK, 8005},
+              {"flock", ENOLCK, 8002}, {"tcgetattr", EIO, 8015}, {"tcsetattr", EIO, 8015}};
+  for (const auto& row : rows) {
+    // Whether this is the call that fails; it then leaves the row's errno.
+    const auto fails = [&](const std::string& call) {
+      if (call != row.call) return false;
+      errno = row.error;
+      return true;
+    };
+    PosixCalls calls;
+    calls.open = [&](const char* path, int flags) {
+      return fails("open") ? -1 : ::open(path, flags);
+    };
+    calls.flock = [&](int fd, int operation) {
+      return fails("flock") ? -1 : ::flock(fd, operation);
+    };
+    calls.tcgetattr = [&](int fd, termios* line) {
+      return fails("tcgetattr") ? -1 : ::tcgetattr(fd, line);
+    };
+    calls.tcsetattr = [&](int fd, int when, const termios* line) {
+      return fails("tcsetattr") ? -1 : ::tcsetattr(fd, when, line);
+    };
+    auto comm = NewPosixSerialComm(
+        *runtime, [&](int16_t) { return slave; }, SystemPortLockFolder(), calls);
+    EXPECT_EQ(Raised([&] { comm->SetPortOpen(true); }), row.raised) << row.call << row.error;
+    EXPECT_EQ(Raised([&] { runtime->NewSerialComm()->SetPortOpen(true); }), 0) << row.call;
+  }
 }
 
 }  // namespace kw

@@ -1,12 +1,13 @@
 #include "os/serial_comm-win32.h"
 
+#include <windows.h>
+
 #include <cwctype>
 #include <utility>
 
 #include "base/error.h"
-#include "base/text.h"
-#include "os/comm_events.h"
 #include "os/interrupt-win32.h"
+#include "os/serial_core.h"
 #include "os/serial_errors.h"
 
 namespace kw {
@@ -44,36 +45,60 @@ class HandleGuard {
   HANDLE none_;
 };
 
-}  // namespace
+// The port over a communications device. Nothing wakes a wait when bytes arrive, so the port
+// wants to be looked at again soon whenever it is open.
+class Win32SerialComm final : public SerialCore {
+ public:
+  Win32SerialComm(Runtime& runtime, Win32DevicePath device_for_port)
+      : runtime_(runtime), device_for_port_(std::move(device_for_port)) {}
+  ~Win32SerialComm() override { Close(); }
 
-Win32SerialComm::Win32SerialComm(Runtime& runtime, DevicePath device_for_port)
-    : runtime_(runtime), device_for_port_(std::move(device_for_port)) {}
+ private:
+  void OpenDevice(int16_t port, bool rts_high) override;
+  void CloseDevice() noexcept override;
+  bool ReadAvailable(std::string* into) override;
 
-Win32SerialComm::~Win32SerialComm() { Close(); }
-
-void Win32SerialComm::SetCommPort(int16_t port) {
-  if (PortOpen()) throw PortAlreadyOpen();
-  port_ = port;
-}
-
-void Win32SerialComm::SetRTSEnable(bool enable) {
-  rts_enable_ = enable;
-  // Not every device has the line (a pseudo-terminal under Wine refuses): that changes nothing.
-  if (PortOpen() && !failed_) ::EscapeCommFunction(handle_, enable ? SETRTS : CLRRTS);
-}
-
-void Win32SerialComm::SetPortOpen(bool open) {
-  if (open) {
-    Open();
-  } else {
-    Close();
+  // The write timeouts set at the opening bound how long this blocks.
+  ptrdiff_t Write(const char* data, size_t size) override {
+    DWORD written = 0;
+    const bool ok = ::WriteFile(handle_, data, static_cast<DWORD>(size), &written, nullptr);
+    return ok && written > 0 ? static_cast<ptrdiff_t>(written) : -1;
   }
-}
 
-void Win32SerialComm::Open() {
-  if (PortOpen()) throw PortAlreadyOpen();
-  if (port_ < 1) throw InvalidPort();
-  const std::wstring path = device_for_port_ ? device_for_port_(port_) : std::wstring();
+  LineStatus ModemLines(unsigned* lines) override {
+    DWORD bits = 0;
+    if (::GetCommModemStatus(handle_, &bits)) {
+      *lines = ModemLinesOf(bits, {MS_CTS_ON, MS_DSR_ON, MS_RLSD_ON, MS_RING_ON});
+      return LineStatus::kKnown;
+    }
+    // A pseudo-terminal under Wine has no modem-status lines, and says so.
+    return ::GetLastError() == ERROR_NOT_SUPPORTED ? LineStatus::kNoLines : LineStatus::kFailed;
+  }
+
+  // Not every device has the lines (a pseudo-terminal under Wine refuses): that changes nothing.
+  void SetLine(ControlLine line, bool high) override {
+    const bool dtr = line == ControlLine::kDtr;
+    ::EscapeCommFunction(handle_, dtr ? (high ? SETDTR : CLRDTR) : (high ? SETRTS : CLRRTS));
+  }
+
+  void PurgeInput() override { ::PurgeComm(handle_, PURGE_RXCLEAR); }
+
+  size_t QueuedOutput() const override {
+    DWORD errors = 0;
+    COMSTAT status{};
+    return ::ClearCommError(handle_, &errors, &status) ? status.cbOutQue : 0;
+  }
+
+  int DeviceWaitLimitMs(bool) const override { return kLookIntervalMs; }
+
+  Runtime& runtime_;
+  Win32DevicePath device_for_port_;
+  HANDLE handle_ = INVALID_HANDLE_VALUE;
+  HANDLE mutex_ = nullptr;
+};
+
+void Win32SerialComm::OpenDevice(int16_t port, bool rts_high) {
+  const std::wstring path = device_for_port_ ? device_for_port_(port) : std::wstring();
   if (path.empty()) throw InvalidPort();
 
   // The mutex comes before the device is even opened: a second run must leave the first run's
@@ -87,10 +112,10 @@ void Win32SerialComm::Open() {
   if (::GetLastError() == ERROR_ALREADY_EXISTS) throw PortAlreadyOpen();
 
   // Share mode 0: nobody else may open the device while we hold it.
-  HandleGuard port(::CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
-                                 OPEN_EXISTING, 0, nullptr),
-                   INVALID_HANDLE_VALUE);
-  if (port.get() == INVALID_HANDLE_VALUE) {
+  HandleGuard device(::CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
+                                   OPEN_EXISTING, 0, nullptr),
+                     INVALID_HANDLE_VALUE);
+  if (device.get() == INVALID_HANDLE_VALUE) {
     const DWORD error = ::GetLastError();
     if (error == ERROR_ACCESS_DENIED || error == ERROR_SHARING_VIOLATION) throw PortAlreadyOpen();
     throw InvalidPort();
@@ -98,7 +123,7 @@ void Win32SerialComm::Open() {
   // A plain file or a pipe has no comm state: it is no port.
   DCB line{};
   line.DCBlength = sizeof line;
-  if (!::GetCommState(port.get(), &line)) throw InvalidPort();
+  if (!::GetCommState(device.get(), &line)) throw InvalidPort();
   line.BaudRate = CBR_9600;
   line.ByteSize = 8;
   line.Parity = NOPARITY;
@@ -114,9 +139,9 @@ void Win32SerialComm::Open() {
   line.fInX = FALSE;
   line.fErrorChar = FALSE;
   line.fNull = FALSE;
-  line.fRtsControl = rts_enable_ ? RTS_CONTROL_ENABLE : RTS_CONTROL_DISABLE;
+  line.fRtsControl = rts_high ? RTS_CONTROL_ENABLE : RTS_CONTROL_DISABLE;
   line.fAbortOnError = FALSE;
-  if (!::SetCommState(port.get(), &line)) throw SetStateFailed();
+  if (!::SetCommState(device.get(), &line)) throw SetStateFailed();
   // Reads hand over at once what is there (the waiting is done by looking a few times a
   // second); a write that the device doesn't take within seconds fails instead of hanging.
   COMMTIMEOUTS timeouts{};
@@ -125,34 +150,22 @@ void Win32SerialComm::Open() {
   timeouts.ReadTotalTimeoutConstant = 0;
   timeouts.WriteTotalTimeoutMultiplier = 2;
   timeouts.WriteTotalTimeoutConstant = 2000;
-  if (!::SetCommTimeouts(port.get(), &timeouts)) throw SetStateFailed();
+  if (!::SetCommTimeouts(device.get(), &timeouts)) throw SetStateFailed();
   // Some drivers leave DTR as the last closer left it; raise it by hand as well. A device
   // without the line refuses, which changes nothing.
-  ::EscapeCommFunction(port.get(), SETDTR);
+  ::EscapeCommFunction(device.get(), SETDTR);
   // Whatever waits in the driver from before this run belongs to nobody.
-  ::PurgeComm(port.get(), PURGE_RXABORT | PURGE_RXCLEAR | PURGE_TXABORT | PURGE_TXCLEAR);
+  ::PurgeComm(device.get(), PURGE_RXABORT | PURGE_RXCLEAR | PURGE_TXABORT | PURGE_TXCLEAR);
 
-  handle_ = port.release();
+  handle_ = device.release();
   SetPortForForcedEnd(handle_);
   mutex_ = mutex.release();
-  ++generation_;
-  failed_ = false;
-  carried_ = false;
-  in_queue_.clear();
-  input_unsignaled_ = false;
-  notice_unread_ = false;
-  send_armed_ = false;
-  comm_event_ = 0;
-  DWORD bits = 0;
-  has_modem_lines_ = ModemStatus(&bits);
-  last_modem_bits_ = has_modem_lines_ ? bits : 0;
   runtime_.AddSource(this);
 }
 
-void Win32SerialComm::Close() noexcept {
-  if (!PortOpen()) return;
+void Win32SerialComm::CloseDevice() noexcept {
   runtime_.RemoveSource(this);
-  if (!failed_) {
+  if (!failed()) {
     // Drops DTR so that the modem hangs up, by both ways that drivers understand; a device
     // without the line refuses both, which is fine.
     DCB line{};
@@ -161,7 +174,7 @@ void Win32SerialComm::Close() noexcept {
       line.fDtrControl = DTR_CONTROL_DISABLE;
       ::SetCommState(handle_, &line);
     }
-    ::EscapeCommFunction(handle_, CLRDTR);
+    SetLine(ControlLine::kDtr, false);
   }
   SetPortForForcedEnd(nullptr);
   ::CloseHandle(handle_);
@@ -169,151 +182,28 @@ void Win32SerialComm::Close() noexcept {
   ::ReleaseMutex(mutex_);
   ::CloseHandle(mutex_);
   mutex_ = nullptr;
-  ++generation_;
-  failed_ = false;
-  has_modem_lines_ = false;
-  in_queue_.clear();
-  input_unsignaled_ = false;
-  notice_unread_ = false;
-  send_armed_ = false;
 }
 
-void Win32SerialComm::SetInBufferCount(int16_t count) {
-  if (!PortOpen()) throw PortNotOpen();
-  if (count != 0) return;
-  if (!failed_) ::PurgeComm(handle_, PURGE_RXCLEAR);
-  in_queue_.clear();
-  input_unsignaled_ = false;
-  // After the device is gone nothing else will come; the notice must still reach the link.
-  if (notice_unread_) in_queue_ = kLostLineNotice;
-}
-
-void Win32SerialComm::SetOutput(const std::wstring& text) {
-  if (!PortOpen()) throw PortNotOpen();
-  // The line is gone: dropping the bytes is all there is to do, and raising here would bury
-  // the lost line that the link is about to report.
-  if (failed_) return;
-  const std::string bytes = ToLine(text);
-  send_armed_ = true;
-  size_t done = 0;
-  while (done < bytes.size()) {
-    DWORD written = 0;
-    if (!::WriteFile(handle_, bytes.data() + done, static_cast<DWORD>(bytes.size() - done),
-                     &written, nullptr) ||
-        written == 0) {
-      if (carried_) {
-        // The line carried bytes and now fails: the device went away in the call, a lost line.
-        Fail();
-        return;
-      }
-      // Not one byte got out since the opening: the port refuses to write, and that is the
-      // caller's failure to report (a dial that can't be written), not a call that was lost.
-      Fail(false);
-      throw WriteFailed();
-    }
-    done += written;
-    carried_ = true;
-  }
-}
-
-int16_t Win32SerialComm::OutBufferCount() {
-  if (!PortOpen() || failed_) return 0;
-  DWORD errors = 0;
-  COMSTAT status{};
-  if (!::ClearCommError(handle_, &errors, &status)) return 0;
-  return static_cast<int16_t>(status.cbOutQue > 32767 ? 32767 : status.cbOutQue);
-}
-
-std::wstring Win32SerialComm::Input() {
-  if (!PortOpen()) throw PortNotOpen();
-  if (!failed_) ReadAvailable();
-  std::wstring text = FromLine(in_queue_);
-  in_queue_.clear();
-  input_unsignaled_ = false;
-  notice_unread_ = false;
-  return text;
-}
-
-bool Win32SerialComm::ModemStatus(DWORD* bits) {
-  if (::GetCommModemStatus(handle_, bits)) return true;
-  *bits = 0;
-  return false;
-}
-
-bool Win32SerialComm::CDHolding() {
-  if (!PortOpen() || failed_) return false;
-  DWORD bits = 0;
-  if (ModemStatus(&bits)) return (bits & MS_RLSD_ON) != 0;
-  // A device without modem-status lines (a pseudo-terminal under Wine) has no carrier to lose:
-  // the line counts as up, as on the other side.
-  return ::GetLastError() == ERROR_NOT_SUPPORTED;
-}
-
-void Win32SerialComm::ReadAvailable() {
+bool Win32SerialComm::ReadAvailable(std::string* into) {
   for (;;) {
     DWORD errors = 0;
     COMSTAT status{};
     // A device that was pulled out answers with an error here: that ends the line.
-    if (!::ClearCommError(handle_, &errors, &status)) {
-      Fail();
-      return;
-    }
-    if (status.cbInQue == 0) return;
+    if (!::ClearCommError(handle_, &errors, &status)) return false;
+    if (status.cbInQue == 0) return true;
     char buffer[4096];
     const DWORD want = status.cbInQue < sizeof buffer ? status.cbInQue : sizeof buffer;
     DWORD got = 0;
-    if (!::ReadFile(handle_, buffer, want, &got, nullptr)) {
-      Fail();
-      return;
-    }
-    if (got == 0) return;
-    in_queue_.append(buffer, got);
-    input_unsignaled_ = true;
+    if (!::ReadFile(handle_, buffer, want, &got, nullptr)) return false;
+    if (got == 0) return true;
+    into->append(buffer, got);
   }
 }
 
-void Win32SerialComm::Fail(bool lost_line) {
-  if (failed_) return;
-  failed_ = true;
-  if (!lost_line) return;
-  in_queue_ += kLostLineNotice;
-  input_unsignaled_ = true;
-  notice_unread_ = true;
-}
+}  // namespace
 
-bool Win32SerialComm::Raise(int16_t event, uint64_t generation) {
-  CallOnComm(OnComm, comm_event_, event);
-  return PortOpen() && generation_ == generation;
-}
-
-void Win32SerialComm::DeliverPending() {
-  if (!PortOpen()) return;
-  const uint64_t generation = generation_;
-  // Each event's cause is cleared before its handler runs, so that a handler which delivers
-  // events again (nested) sees only what is new and is not called again for the same thing.
-  if (!failed_) ReadAvailable();
-  if (rthreshold_ > 0 && input_unsignaled_ && !in_queue_.empty() &&
-      (in_queue_.size() >= static_cast<size_t>(rthreshold_) || failed_)) {
-    input_unsignaled_ = false;
-    if (!Raise(kCommEvReceive, generation)) return;
-  }
-
-  if (send_armed_ && sthreshold_ > 0 && OutBufferCount() < sthreshold_) {
-    send_armed_ = false;
-    if (!Raise(kCommEvSend, generation)) return;
-  }
-
-  if (!has_modem_lines_ || failed_) return;
-  DWORD bits = 0;
-  if (!ModemStatus(&bits)) return;
-  const DWORD before = std::exchange(last_modem_bits_, bits);
-  RaiseLineChanges(before, bits, {MS_CTS_ON, MS_DSR_ON, MS_RLSD_ON, MS_RING_ON},
-                   [&](int16_t event) { return Raise(event, generation); });
-}
-
-int Win32SerialComm::WaitLimitMs() const {
-  // Nothing wakes a wait when bytes arrive, so the port wants to be looked at again soon.
-  return PortOpen() && !failed_ ? kLookIntervalMs : -1;
+std::unique_ptr<SerialComm> NewWin32SerialComm(Runtime& runtime, Win32DevicePath device_for_port) {
+  return std::make_unique<Win32SerialComm>(runtime, std::move(device_for_port));
 }
 
 }  // namespace kw

@@ -1,17 +1,33 @@
 #include "os/serial_errors.h"
 
 namespace kw {
+namespace {
 
-Error InvalidPort() { return Error(8002, kProgramSource, L"Invalid port number"); }
+// The serial component's own failure numbers.
+constexpr int32_t kInvalidPortNumber = 8002;
+constexpr int32_t kPortAlreadyOpenNumber = 8005;
+constexpr int32_t kSetStateFailedNumber = 8015;
+constexpr int32_t kPortNotOpenNumber = 8018;
+constexpr int32_t kWriteFailedNumber = 8020;
 
-Error PortAlreadyOpen() { return Error(8005, kProgramSource, L"Port already open"); }
+}  // namespace
 
-Error SetStateFailed() { return Error(8015, kProgramSource, L"Could not set comm state"); }
+Error InvalidPort() { return Error(kInvalidPortNumber, kProgramSource, L"Invalid port number"); }
 
-Error PortNotOpen() {
-  return Error(8018, kProgramSource, L"Operation valid only when the port is open");
+Error PortAlreadyOpen() {
+  return Error(kPortAlreadyOpenNumber, kProgramSource, L"Port already open");
 }
 
-Error WriteFailed() { return Error(8020, kProgramSource, L"Write to the port failed"); }
+Error SetStateFailed() {
+  return Error(kSetStateFailedNumber, kProgramSource, L"Could not set comm state");
+}
+
+Error PortNotOpen() {
+  return Error(kPortNotOpenNumber, kProgramSource, L"Operation valid only when the port is open");
+}
+
+Error WriteFailed() {
+  return Error(kWriteFailedNumber, kProgramSource, L"Write to the port failed");
+}
 
 }  // namespace kw
