@@ -90,8 +90,12 @@ void Classify(std::wstring&& text, Line& line) {
   line.value = text.erase(0, eq + 1);
 }
 
-/// The text of a line of an 8-bit file, decoded in the file's encoding.
+/// The text of a line of an 8-bit file, decoded in the file's encoding. ASCII reads the same in
+/// every encoding a file can have, so most lines skip the conversion.
 std::wstring Decode(const ProfileText& file, const std::string& bytes) {
+  if (std::all_of(bytes.begin(), bytes.end(), [](char c) { return (c & 0x80) == 0; })) {
+    return std::wstring(bytes.begin(), bytes.end());
+  }
   return DecodeProfileText(bytes, file.encoding == ProfileText::kUtf8);
 }
 /// The text of a line of a UTF-16 file: already characters.
@@ -266,9 +270,9 @@ void Put(const ProfileText& file, Text& text, const std::wstring& section, const
 
 }  // namespace
 
-Profile Profile::Parse(const std::string& bytes) {
+Profile Profile::Parse(std::string bytes) {
   Profile profile;
-  profile.text_ = std::make_shared<const ProfileText>(Identify(bytes));
+  profile.text_ = std::make_shared<const ProfileText>(Identify(std::move(bytes)));
   const ProfileText& file = *profile.text_;
   // The keys of the section that the lines belong to; none before the first header and in a
   // section whose name came before, which a look-up never reaches.
@@ -311,7 +315,7 @@ ProfileFile ReadProfile(const std::wstring& path) {
   ProfileFile read;
   std::string bytes;
   ReadWholeFile(path, bytes, read.problem);
-  read.profile = Profile::Parse(bytes);
+  read.profile = Profile::Parse(std::move(bytes));
   return read;
 }
 

@@ -22,7 +22,7 @@ class Profile {
  public:
   /// Parses a whole file's bytes in time linear in their number: UTF-16 with a byte-order mark,
   /// or 8-bit text past any UTF-8 mark, as UTF-8 or in the locale's encoding (see ReadsAsUtf8).
-  static Profile Parse(const std::string& bytes);
+  static Profile Parse(std::string bytes);
 
   /// A key's value as the Windows profile API reads it: trimmed, one pair of matching outer quotes
   /// removed, cut to 253 characters; the default when the section or the key is missing.
