@@ -32,7 +32,8 @@ TEST(Profile, ReadsByTheFileRules) {
       {"\xEF\xBB\xBF[a]\nk=\xC3\xA9\n", L"k", L"\u00E9|"},  // UTF-8, on Windows too
       {"[a]\nk=Zo\xC3\xAB\n", L"k", L"Zo\u00EB|"},
       // A lone surrogate stays; a pair is one character, at the file's end too.
-      {Utf16(u"[a]\r\nk=caf\u00E9\xDC00 \U0001F600"), L"k", L"caf\u00E9\xDC00 \U0001F600|"},
+      {Utf16(u"[a]\r\nk=caf\u00E9\xDC00 \U00010000\U0001F600"), L"k",
+       L"caf\u00E9\xDC00 \U00010000\U0001F600|"},
       {Utf16(u"[a]\nk=\u20AC\nj=v", true) + "x", L"kj", L"\u20AC|v|"},  // odd last byte dropped
       {"[a]\nj\0=1\nk=v\0junk\n"s, L"kj", L"v|dflt|"},                  // a NUL ends its line
       // Names: case, blanks, text after the last "]", a "[" line without "]", one section only.
