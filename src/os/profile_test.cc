@@ -64,8 +64,9 @@ TEST(Profile, WritesOnlyWhatItMust) {
       {"[a]\nz=1", L"b", "[a]\nz=1\r\n[b]\r\nk=new\r\n"},
       {"\xEF\xBB\xBF", L"b", "\xEF\xBB\xBF[b]\r\nk=new\r\n"},
       {"(none)", L"b", "[b]\r\nk=new\r\n"},
-      // A file saved as UTF-16 stays so, every other unit kept (a lone surrogate too).
-      {Utf16(u"[a]\r\nz=\xD800\r\n[b]\r\n"), L"a", Utf16(u"[a]\r\nz=\xD800\r\nk=new\r\n[b]\r\n")},
+      // A file saved as UTF-16 stays so, every other unit kept (a lone surrogate and U+FFFF too).
+      {Utf16(u"[a]\r\nz=\xD800\xFFFF\r\n[b]\r\n"), L"a",
+       Utf16(u"[a]\r\nz=\xD800\xFFFF\r\nk=new\r\n[b]\r\n")},
       {Utf16(u"[a]\nk=1\nz=\U0001F600", true), L"a", Utf16(u"[a]\nk=new\nz=\U0001F600", true)},
   };
   for (const auto& [before, section, after] : cases) {
