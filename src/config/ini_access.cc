@@ -1,12 +1,15 @@
 #include "config/ini_access.h"
 
-#include "os/profile.h"
-
 namespace kw {
 
-std::wstring IniGet(const std::wstring& file, const std::wstring& section, const std::wstring& key,
-                    const std::wstring& default_value) {
-  return ProfileGetString(section, key, default_value, file);
+const ProfileFile& IniFile::Contents() {
+  if (!contents_) contents_ = ReadProfile(path_);
+  return *contents_;
+}
+
+std::wstring IniFile::Get(const std::wstring& section, const std::wstring& key,
+                          const std::wstring& default_value) {
+  return Contents().profile.Get(section, key, default_value);
 }
 
 void IniPut(const std::wstring& file, const std::wstring& section, const std::wstring& key,

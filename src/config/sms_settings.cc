@@ -56,14 +56,10 @@ const ShownSetting kShown[] = {
 
 }  // namespace
 
-void SmsSettings::Load() {
-  // A read that fails leaves its field as it was; the next read runs.
-  for (const SettingKey& k : kKeys) {
-    try {
-      this->*k.field = IniGet(config_file, k.section, k.key, k.default_value);
-    } catch (const Error&) {
-    }
-  }
+void SmsSettings::Load(IniFile& ini) {
+  config_file = ini.path();
+  for (const SettingKey& k : kKeys) this->*k.field = ini.Get(k.section, k.key, k.default_value);
+  unread = ini.Contents().problem;
   ShowSettings();
 }
 
@@ -77,7 +73,12 @@ void SmsSettings::Save() {
 }
 
 void SmsSettings::Validate() {
-  if (protocol.empty()) throw AppError(kNoProtocol, L"No protocol specified");
+  if (protocol.empty()) {
+    Error error = AppError(kNoProtocol, L"No protocol specified");
+    // A file that couldn't be read gave no key at all: the error says why.
+    if (unread.cause != Cause::kNone) error.WithCause(unread.cause, config_file, unread.reason);
+    throw error;
+  }
   if (protocol != L"UCP" && protocol != L"TAP") {
     throw AppError(kUnknownProtocol, L"Unknown protocol specified : " + protocol);
   }

@@ -3,7 +3,11 @@
 
 #include <string>
 
+#include "os/platform.h"
+
 namespace kw {
+
+class IniFile;
 
 /// All configuration of one run, as plain texts read from kestrawind.ini.
 class SmsSettings {
@@ -22,12 +26,13 @@ class SmsSettings {
   std::wstring connection_timeout;  ///< [Modem] ConnectionTimeout: seconds, default 20
   std::wstring dial_prefix;         ///< [Modem] DialPrefix: dialled before the centre's number
   std::wstring sender_number;       ///< [User] SenderNumber: UCP sender
+  FileProblem unread;               ///< why config_file could not be read (cause kNone when it was)
 
-  /// Fills the fields from config_file, then lists them.
-  void Load();
+  /// Fills the fields and config_file from the ini file, then lists them.
+  void Load(IniFile& ini);
   /// Writes every field to config_file in the canonical order; reports nothing.
   void Save();
-  /// Raises 540 or 541 unless Protocol is "TAP" or "UCP".
+  /// Raises 540 or 541 unless Protocol is "TAP" or "UCP"; 540 says why when the file was unread.
   void Validate();
   /// Lists the settings in the debug log.
   void ShowSettings();

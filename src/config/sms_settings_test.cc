@@ -4,6 +4,7 @@
 
 #include <regex>
 
+#include "config/ini_access.h"
 #include "log/logging.h"
 #include "unit_util.h"
 
@@ -15,10 +16,10 @@ TEST(SmsSettings, LoadReadsEveryKeyAndListsIt) {
          "Legitimization=\nCommSettings=c\nBaudRate=9\nTextLength=3\n[Modem]\nPort=1\n"
          "DialPrefix=0,\n[User]\nSenderNumber=31\n";
   kw::SmsSettings settings;
-  settings.config_file = (folder.path / "k.ini").wstring();
+  kw::IniFile ini((folder.path / "k.ini").wstring());
   kw::g_debug_mode = true;
   testing::internal::CaptureStdout();
-  settings.Load();
+  settings.Load(ini);
   kw::g_debug_mode = false;
   // Each line's time stamp goes, up to its tab; Windows captures the line ends as LF alone.
   EXPECT_EQ(

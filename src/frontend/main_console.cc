@@ -66,7 +66,7 @@ void ShowUsage(bool extended) {
   g_usage_shown = true;
 }
 
-void Main(const std::wstring& config_file) {
+void Main(IniFile& config) {
   // Released in this order when Main returns: message, arguments, sender, settings.
   std::shared_ptr<SmsSettings> settings;
   std::unique_ptr<SmsSender> sender;
@@ -104,12 +104,13 @@ void Main(const std::wstring& config_file) {
       LogDebug(L"Sms Number : " + recipient);
       LogDebug(L"Sms Message : " + text);
 
-      if (!PlainFileExists(config_file)) {
-        throw AppError(kConfigFileMissing, L"Configuration file not found.");
+      FileProblem missing;
+      if (!PlainFileExists(config.path(), &missing)) {
+        throw AppError(kConfigFileMissing, L"Configuration file not found.")
+            .WithCause(missing.cause, config.path(), missing.reason);
       }
       settings = std::make_shared<SmsSettings>();
-      settings->config_file = config_file;
-      settings->Load();
+      settings->Load(config);
       settings->Validate();
 
       sender = std::make_unique<SmsSender>();
@@ -155,15 +156,22 @@ int RunProgram() {
   // Before anything opens a file; a signal that comes before this point finds nothing to undo.
   GuardStandardStreams();
   ArmInterruptHandlers();
-  std::setlocale(LC_ALL, "");
-  const std::wstring config_file = ExecutableFolder() + kPathSeparator + L"kestrawind.ini";
+  // Of the locale only the parts that the program uses: the encoding of text, the date and time in
+  // the debug log and the system's error texts. Loading every part took a good share of the time
+  // from the start to the first byte on the line.
+  std::setlocale(LC_CTYPE, "");
+  std::setlocale(LC_TIME, "");
+#ifdef LC_MESSAGES  // not on Windows, whose error texts don't come from the C library
+  std::setlocale(LC_MESSAGES, "");
+#endif
+  IniFile config(ExecutableFolder() + kPathSeparator + L"kestrawind.ini");
   // The optional section "Ports" of the configuration file names the device of a port number;
-  // it stands in for the platform's own names of serial ports.
-  std::unique_ptr<Runtime> runtime = NewSystemRuntime([config_file](int16_t port) {
-    return IniGet(config_file, L"Ports", std::to_wstring(port), L"");
-  });
+  // it stands in for the platform's own names of serial ports. Read from the file as the settings
+  // read it: the file is read once.
+  std::unique_ptr<Runtime> runtime = NewSystemRuntime(
+      [&config](int16_t port) { return config.Get(L"Ports", std::to_wstring(port), L""); });
   ScopedRuntime installed(*runtime);
-  Main(config_file);
+  Main(config);
   return 0;
 }
 

@@ -10,9 +10,11 @@ extern bool g_log_errors;
 /// Set by /LS: the success line also goes to the event log.
 extern bool g_log_success;
 
-/// One run: reads the command line, loads the settings from the configuration file (its full
-/// path), sends, and reports in one line.
-void Main(const std::wstring& config_file);
+class IniFile;
+
+/// One run: reads the command line, loads the settings from the configuration file, sends, and
+/// reports in one line.
+void Main(IniFile& config);
 
 /// Applies one option argument ("/LE", "/LS", "/?", "/DEBUG" in any case); others do nothing.
 void ParseOption(std::wstring argument);

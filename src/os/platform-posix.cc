@@ -6,14 +6,13 @@
 #include <syslog.h>
 #include <unistd.h>
 
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
 #include "base/text.h"
 #include "os/platform.h"
 #include "os/raw_command_line.h"
+#include "os/system_error.h"
 
 namespace kw {
 namespace {
@@ -40,8 +39,16 @@ const wchar_t kPathSeparator[] = L"/";
 std::wstring RawCommandLine() {
   // The kernel keeps argv as it came in, each argument ended by a NUL; the shell has done the
   // splitting and the quoting is gone, so the line is rebuilt for SplitCommandLine.
-  std::ifstream file("/proc/self/cmdline", std::ios::binary);
-  const std::string bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+  // Read with plain calls: a stream would first set up the C++ library's locale, a good part of
+  // the time from the start to the first byte on the line.
+  std::string bytes;
+  const int fd = open("/proc/self/cmdline", O_RDONLY | O_CLOEXEC);
+  char buffer[4096];
+  for (ssize_t got = 0; fd >= 0 && (got = read(fd, buffer, sizeof buffer)) != 0;) {
+    if (got < 0 && errno != EINTR) break;
+    if (got > 0) bytes.append(buffer, static_cast<size_t>(got));
+  }
+  if (fd >= 0) close(fd);
   std::vector<std::wstring> args;
   size_t start = 0;
   while (start < bytes.size()) {
@@ -64,10 +71,27 @@ std::wstring ExecutableFolder() {
   return FromLocale(path.substr(0, slash));
 }
 
-bool PlainFileExists(const std::wstring& path) {
+FileProblem FileProblemOf(int code) {
+  FileProblem problem;
+  problem.cause = code == ENOENT || code == ENOTDIR ? Cause::kMissing
+                  : code == EACCES || code == EPERM ? Cause::kNoPermission
+                                                    : Cause::kOther;
+  problem.reason = SystemErrorText(code);
+  return problem;
+}
+
+bool PlainFileExists(const std::wstring& path, FileProblem* why) {
   struct stat info;
-  if (stat(ToLocale(path).c_str(), &info) != 0) return false;
-  return S_ISREG(info.st_mode);
+  if (stat(ToLocale(path).c_str(), &info) != 0) {
+    if (why) *why = FileProblemOf(errno);
+    return false;
+  }
+  if (S_ISREG(info.st_mode)) return true;
+  if (why) {
+    *why = S_ISDIR(info.st_mode) ? FileProblemOf(EISDIR)
+                                 : FileProblem{Cause::kOther, L"Not a plain file"};
+  }
+  return false;
 }
 
 void GuardStandardStreams() {

@@ -7,6 +7,7 @@
 
 #include "os/platform.h"
 #include "os/raw_command_line.h"
+#include "os/system_error.h"
 
 namespace kw {
 namespace {
@@ -45,16 +46,37 @@ std::wstring ExecutableFolder() {
   }
 }
 
-bool PlainFileExists(const std::wstring& path) {
+FileProblem FileProblemOf(int code) {
+  FileProblem problem;
+  switch (code) {
+    case ERROR_FILE_NOT_FOUND:
+    case ERROR_PATH_NOT_FOUND:
+      problem.cause = Cause::kMissing;
+      break;
+    case ERROR_ACCESS_DENIED:
+      problem.cause = Cause::kNoPermission;
+      break;
+    default:
+      problem.cause = Cause::kOther;
+  }
+  problem.reason = SystemErrorText(code);
+  return problem;
+}
+
+bool PlainFileExists(const std::wstring& path, FileProblem* why) {
   // A file lookup, as a user's wildcard would do it: the first match that is a plain file counts.
   WIN32_FIND_DATAW found;
   const HANDLE search = ::FindFirstFileW(path.c_str(), &found);
-  if (search == INVALID_HANDLE_VALUE) return false;
+  if (search == INVALID_HANDLE_VALUE) {
+    if (why) *why = FileProblemOf(static_cast<int>(::GetLastError()));
+    return false;
+  }
   bool plain = false;
   do {
     plain = (found.dwFileAttributes & kNotPlain) == 0 && found.cFileName[0] != L'\0';
   } while (!plain && ::FindNextFileW(search, &found));
   ::FindClose(search);
+  if (!plain && why) *why = {Cause::kOther, L"Not a plain file"};
   return plain;
 }
 

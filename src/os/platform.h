@@ -3,6 +3,8 @@
 
 #include <string>
 
+#include "base/error.h"
+
 namespace kw {
 
 /// The raw command line: the text behind the program's own name, as one line.
@@ -14,9 +16,19 @@ std::wstring ExecutableFolder();
 /// The platform's separator between a folder and a name in a path.
 extern const wchar_t kPathSeparator[];
 
+/// Why a file can't be had: the kind of cause and the system's own text (or a short one of ours).
+struct FileProblem {
+  Cause cause = Cause::kNone;
+  std::wstring reason;
+};
+
+/// What a system error code (errno; GetLastError on Windows) means for a file: kMissing when
+/// nothing is there, kNoPermission when the user may not have it, else kOther; with its text.
+FileProblem FileProblemOf(int code);
+
 /// True when the path names a plain file: not a folder or a device (nor, where the file system
-/// marks them, a hidden or system file).
-bool PlainFileExists(const std::wstring& path);
+/// marks them, a hidden or system file). Otherwise, given why, says why not.
+bool PlainFileExists(const std::wstring& path, FileProblem* why = nullptr);
 
 /// Makes the standard streams safe to lose; called first thing, before anything opens a file.
 /// Descriptors 0, 1 and 2 are held (on the null device where the caller closed them), so that

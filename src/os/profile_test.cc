@@ -4,6 +4,7 @@
 
 #include <tuple>
 
+#include "os/platform.h"
 #include "unit_util.h"
 
 namespace kw {
@@ -28,8 +29,11 @@ static std::wstring Put(const TempFolder& folder, const std::string& bytes) {
 TEST(Profile, ReadsByTheFileRules) {
   const std::tuple<std::string, std::wstring, std::wstring> cases[] = {
       {"[a]\nj=\xE9\rk=v\r\ni=2", L"jki", L"\u00E9|v|2|"},  // LF, CR, CR LF, no end
-      {"\xEF\xBB\xBF[a]\nk=v\n", L"k", L"v|"},
-      {Utf16(u"[a]\r\nk=caf\u00E9 \U0001F600\r\n"), L"k", L"caf\u00E9 \U0001F600|"},
+      {"\xEF\xBB\xBF[a]\nk=\xC3\xA9\n", L"k", L"\u00E9|"},  // UTF-8, on Windows too
+      {"[a]\nk=Zo\xC3\xAB\n", L"k", L"Zo\u00EB|"},
+      // A lone surrogate stays; a pair is one character, at the file's end too.
+      {Utf16(u"[a]\r\nk=caf\u00E9\xDC00 \U00010000\U0001F600"), L"k",
+       L"caf\u00E9\xDC00 \U00010000\U0001F600|"},
       {Utf16(u"[a]\nk=\u20AC\nj=v", true) + "x", L"kj", L"\u20AC|v|"},  // odd last byte dropped
       {"[a]\nj\0=1\nk=v\0junk\n"s, L"kj", L"v|dflt|"},                  // a NUL ends its line
       // Names: case, blanks, text after the last "]", a "[" line without "]", one section only.
@@ -60,8 +64,9 @@ TEST(Profile, WritesOnlyWhatItMust) {
       {"[a]\nz=1", L"b", "[a]\nz=1\r\n[b]\r\nk=new\r\n"},
       {"\xEF\xBB\xBF", L"b", "\xEF\xBB\xBF[b]\r\nk=new\r\n"},
       {"(none)", L"b", "[b]\r\nk=new\r\n"},
-      // A file saved as UTF-16 stays so, every other unit kept (a lone surrogate too).
-      {Utf16(u"[a]\r\nz=\xD800\r\n[b]\r\n"), L"a", Utf16(u"[a]\r\nz=\xD800\r\nk=new\r\n[b]\r\n")},
+      // A file saved as UTF-16 stays so, every other unit kept (a lone surrogate and U+FFFF too).
+      {Utf16(u"[a]\r\nz=\xD800\xFFFF\r\n[b]\r\n"), L"a",
+       Utf16(u"[a]\r\nz=\xD800\xFFFF\r\nk=new\r\n[b]\r\n")},
       {Utf16(u"[a]\nk=1\nz=\U0001F600", true), L"a", Utf16(u"[a]\nk=new\nz=\U0001F600", true)},
   };
   for (const auto& [before, section, after] : cases) {
@@ -72,6 +77,12 @@ TEST(Profile, WritesOnlyWhatItMust) {
   TempFolder folder;  // a folder is no file: it reads as missing and stays a folder
   ProfileWriteString(L"a", L"k", L"v", folder.path.wstring());
   EXPECT_EQ(ProfileGetString(L"a", L"k", L"dflt", folder.path.wstring()), L"dflt");
+  EXPECT_NE(ReadProfile(folder.path.wstring()).problem.cause, Cause::kNone);
+  // A file whose name the ANSI code page can't hold is reached by its wide name.
+  const std::wstring path = folder.path.wstring() + kPathSeparator + L"\u77ED\u4FE1.ini";
+  EXPECT_EQ(ReadProfile(path).problem.cause, Cause::kMissing);
+  ProfileWriteString(L"a", L"k", L"v", path);
+  EXPECT_EQ(ProfileGetString(L"a", L"k", L"dflt", path), L"v");
 }
 
 }  // namespace kw

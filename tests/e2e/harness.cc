@@ -81,13 +81,6 @@ pid_t Spawn(const std::vector<std::string>& argv, const RunOptions& options, con
   return pid;
 }
 
-/// A path as the program names it: under Wine the same file on drive Z:.
-std::string ProgramPath(std::string path) {
-  if (!UnderWine()) return path;
-  for (char& c : path) c = c == '/' ? '\\' : c;
-  return "Z:" + path;
-}
-
 /// Whether a logger takes datagrams on /dev/log.
 bool LoggerListens() {
   sockaddr_un address{};
@@ -101,10 +94,11 @@ bool LoggerListens() {
 
 }  // namespace
 
-Rig::Rig(const std::vector<std::string>& sim_args) {
-  char name[] = "/tmp/kw-e2e-XXXXXX";
-  if (!mkdtemp(name)) throw std::runtime_error("mkdtemp failed");
-  dir_ = name;
+Rig::Rig(const std::vector<std::string>& sim_args, const std::string& name) {
+  char root[] = "/tmp/kw-e2e-XXXXXX";
+  if (!mkdtemp(root)) throw std::runtime_error("mkdtemp failed");
+  root_ = dir_ = root;
+  if (!name.empty()) std::filesystem::create_directory(dir_ += "/" + name);
   const bool wine = UnderWine();
   std::filesystem::copy_file(wine ? Env("KW_WINE_PROGRAM") : KW_BINARY,
                              File(wine ? "kestrawind.exe" : "kestrawind"));
@@ -128,7 +122,7 @@ Rig::~Rig() {
     if (Reap(sim_, 5000) == kRunning) kill(sim_, SIGKILL), Reap(sim_, 5000);
   }
   std::error_code ignored;
-  std::filesystem::remove_all(dir_, ignored);
+  std::filesystem::remove_all(root_, ignored);
 }
 
 std::string Rig::Ini(const std::string& protocol, const std::string& provider) const {
@@ -189,6 +183,12 @@ std::string Sent(const std::string& transcript) {
   // The first wait for the TAP prompt ends at the next whole second, which may come before the
   // prompt does: then the program probes again, as it should. One probe stands for them all.
   return std::regex_replace(sent, std::regex("<CR>(<CR>)+<ESC>"), "<CR><CR><ESC>");
+}
+
+std::string ProgramPath(std::string path) {
+  if (!UnderWine()) return path;
+  for (char& c : path) c = c == '/' ? '\\' : c;
+  return "Z:" + path;
 }
 
 bool UnderWine() { return !Env("KW_WINE_PROGRAM").empty() && !Env("KW_WINE_LAUNCHER").empty(); }

@@ -31,11 +31,12 @@ struct RunOptions {
 };
 
 /// A fresh folder under /tmp with a copy of the program in it (the Windows program under Wine)
-/// and, given simulator arguments, a kestrawind-sim on a pty that writes transcript.txt there.
-/// The destructor stops the simulator and removes the folder.
+/// and, given simulator arguments, a kestrawind-sim on a pty that writes transcript.txt there;
+/// given a name, the folder is one of that name inside the fresh one. The destructor stops the
+/// simulator and removes the folder.
 class Rig {
  public:
-  explicit Rig(const std::vector<std::string>& sim_args = {});
+  explicit Rig(const std::vector<std::string>& sim_args = {}, const std::string& name = "");
   ~Rig();
   Rig(const Rig&) = delete;
   Rig& operator=(const Rig&) = delete;
@@ -55,13 +56,15 @@ class Rig {
   std::string Transcript(const std::string& text = " -- close\n", int count = 1) const;
 
  private:
-  std::string dir_, pty_;
+  std::string root_, dir_, pty_;
   pid_t sim_ = -1;
 };
 
 /// What the program sent to the simulator, as the transcript shows it, joined; repeated TAP
 /// probes before the login count once.
 std::string Sent(const std::string& transcript);
+/// A path as the program names it: under Wine the same file on drive Z:.
+std::string ProgramPath(std::string path);
 /// Whether the runs go to the Windows program under Wine (KW_WINE_PROGRAM and KW_WINE_LAUNCHER).
 bool UnderWine();
 /// The whole file, or "".
