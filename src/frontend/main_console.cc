@@ -151,6 +151,7 @@ void Main(const std::wstring& config_file) {
 }
 
 int RunProgram() {
+  ProtectProcessMemory();
   // Before anything opens a file; a signal that comes before this point finds nothing to undo.
   GuardStandardStreams();
   ArmInterruptHandlers();
