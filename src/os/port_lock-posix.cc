@@ -26,7 +26,7 @@ constexpr time_t kWritingSeconds = 10;
 
 /// What looking at an existing lock file found.
 enum class Verdict {
-  kHeld,   ///< a live process holds it, or it can't be removed
+  kHeld,   ///< a live process holds it, it can't be read, or its writer may not be done
   kGone,   ///< it is no longer there (it was stale and is removed now, or someone else did)
   kBusy,   ///< another process is dealing with it right now
   kStuck,  ///< it is stale, but this user may not remove it
