@@ -22,6 +22,8 @@ void LogDebug(const std::wstring& text) {
   ConsoleWriteLine(now + L"\t" + text);
 }
 
-void LogEvent(const std::wstring& text, int event_type) { WriteEventLog(text, event_type); }
+void LogEvent(const std::wstring& text, int event_type, int event_id) {
+  WriteEventLog(text, event_type, event_id);
+}
 
 }  // namespace kw

@@ -16,9 +16,6 @@ namespace {
 /// The name that our event-log records carry.
 constexpr wchar_t kEventSource[] = L"Kestrawind";
 
-/// The event number of every record; there is no message file, so the record's text is all.
-constexpr DWORD kEventId = 1;
-
 /// The attributes that keep a match from counting as a plain file.
 constexpr DWORD kNotPlain = FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_HIDDEN |
                             FILE_ATTRIBUTE_SYSTEM | FILE_ATTRIBUTE_DEVICE;
@@ -27,6 +24,7 @@ constexpr DWORD kNotPlain = FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_HIDDEN |
 struct EventRecord {
   std::wstring text;
   WORD type;
+  DWORD id;
 };
 
 DWORD WINAPI ReportRecord(void* parameter) {
@@ -36,7 +34,8 @@ DWORD WINAPI ReportRecord(void* parameter) {
   const HANDLE log = ::RegisterEventSourceW(nullptr, kEventSource);
   if (log == nullptr) return 0;
   const wchar_t* strings[] = {record->text.c_str()};
-  ::ReportEventW(log, record->type, 0, kEventId, nullptr, 1, 0, strings, nullptr);
+  // The ID's message is "%1", so Event Viewer shows the text itself.
+  ::ReportEventW(log, record->type, 0, record->id, nullptr, 1, 0, strings, nullptr);
   ::DeregisterEventSource(log);
   return 0;
 }
@@ -106,14 +105,15 @@ bool WriteStandardOutput(const std::string& bytes) {
   return true;
 }
 
-void WriteEventLog(const std::wstring& text, int event_type) {
+void WriteEventLog(const std::wstring& text, int event_type, int event_id) {
   WORD type = EVENTLOG_INFORMATION_TYPE;
   if (event_type == 1) type = EVENTLOG_ERROR_TYPE;
   if (event_type == 4) type = EVENTLOG_INFORMATION_TYPE;
   // On a thread of its own, waited for only within the run's output budget: an event log that
   // hangs must not hold the call up. A thread still at it when the wait ends goes with the
   // process.
-  auto record = std::make_unique<EventRecord>(EventRecord{text, type});
+  auto record =
+      std::make_unique<EventRecord>(EventRecord{text, type, static_cast<DWORD>(event_id)});
   const HANDLE thread = ::CreateThread(nullptr, 0, ReportRecord, record.get(), 0, nullptr);
   if (thread == nullptr) return;
   record.release();
