@@ -216,7 +216,8 @@ TEST(ProcessE2E, ARootRunKilledMidLoginShutsOutNoOtherUser) {
   unlink(LockFile(rig).c_str());
 }
 
-// Runs from a shell: output that goes nowhere, and a lock folder that can't be written.
+// Runs from a shell: output that goes nowhere, a lock folder that can't be written, and a hang-up
+// that the caller ignores (nohup), which must not end the run.
 TEST(ProcessE2E, SendGoesOnWhereOutputOrTheLockFolderFails) {
   const std::string notice =
       "\tNo lock file: /run/lock can't be written; the port is kept by flock alone.\r\n";
@@ -230,6 +231,9 @@ TEST(ProcessE2E, SendGoesOnWhereOutputOrTheLockFolderFails) {
       {"unshare -m sh -c 'mount -t tmpfs -o ro tmpfs /run/lock && ./kestrawind /DEBUG 0612345678 "
        "hello'",
        "", 1},
+      {"trap '' HUP; ./kestrawind /DEBUG 0612345678 hello & sleep 1; kill -HUP $!; wait $!; "
+       "echo $? >&2",
+       "0\n", 0},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.shell);
