@@ -153,6 +153,7 @@ void Main(IniFile& config) {
 }
 
 int RunProgram() {
+  ProtectProcessMemory();
   // Before anything opens a file; a signal that comes before this point finds nothing to undo.
   GuardStandardStreams();
   ArmInterruptHandlers();

@@ -2,8 +2,11 @@
 
 #include <signal.h>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <atomic>
+#include <cstring>
 
 #include "os/interrupt.h"
 
@@ -14,6 +17,17 @@ namespace {
 std::atomic<int> g_port_fd{-1};
 static_assert(std::atomic<int>::is_always_lock_free, "a signal handler must not take a lock");
 
+/// Our lock file, as the handler of a second signal reads it.
+struct LockFile {
+  int fd;
+  char path[4096];
+};
+// The fixed buffer behind g_lock_file: filled while g_lock_file is null and then published by
+// it, so that the handler never reads a path half written.
+LockFile g_lock_file_buffer;
+std::atomic<const LockFile*> g_lock_file{nullptr};
+static_assert(std::atomic<const LockFile*>::is_always_lock_free, "no lock in a signal handler");
+
 /// The requests to stop a run and the names that the error line gives them.
 constexpr struct {
   int signal;
@@ -23,6 +37,13 @@ constexpr struct {
     {SIGTERM, L"SIGTERM"},
     // The terminal that started the run went away (a closed window, a dropped ssh session).
     {SIGHUP, L"SIGHUP (the terminal closed)"},
+    // Each of these would end the run on the spot (SIGQUIT and SIGXCPU with a core dump), with
+    // the call up and the port locked.
+    {SIGQUIT, L"SIGQUIT (Ctrl+\\)"},
+    {SIGALRM, L"SIGALRM"},
+    {SIGUSR1, L"SIGUSR1"},
+    {SIGUSR2, L"SIGUSR2"},
+    {SIGXCPU, L"SIGXCPU (the CPU time limit)"},
 };
 
 const wchar_t* CauseOf(int signal_number) {
@@ -32,7 +53,8 @@ const wchar_t* CauseOf(int signal_number) {
   return L"a signal";
 }
 
-// Runs in signal context: only atomics, ioctl, sigaction and raise, all async-signal-safe.
+// Runs in signal context: only atomics, ioctl, fstat, lstat, unlink, sigaction and raise, all
+// async-signal-safe.
 void OnStopSignal(int signal_number) {
   if (NoteInterruptRequest(CauseOf(signal_number))) return;  // the next wait raises it
   // A second request: end now. The kernel closes the port, and HUPCL drops DTR as it does;
@@ -43,6 +65,16 @@ void OnStopSignal(int signal_number) {
     int dtr = TIOCM_DTR;
     ioctl(fd, TIOCMBIC, &dtr);
     ioctl(fd, TIOCNXCL);
+  }
+  // The lock file goes too: one of root's would shut out every other user until root runs again.
+  // Only while it is still ours, as on an ordinary release.
+  if (const LockFile* lock = g_lock_file.load()) {
+    struct stat open_one {};
+    struct stat named {};
+    if (fstat(lock->fd, &open_one) == 0 && lstat(lock->path, &named) == 0 &&
+        open_one.st_dev == named.st_dev && open_one.st_ino == named.st_ino) {
+      unlink(lock->path);
+    }
   }
   // Dies of the signal itself, so that a shell sees how the run ended.
   struct sigaction fallback {};
@@ -55,6 +87,14 @@ void OnStopSignal(int signal_number) {
 }  // namespace
 
 void SetPortForForcedEnd(int fd) { g_port_fd.store(fd); }
+
+void SetLockFileForForcedEnd(const char* path, int fd) {
+  g_lock_file.store(nullptr);
+  if (path == nullptr || std::strlen(path) >= sizeof g_lock_file_buffer.path) return;
+  g_lock_file_buffer.fd = fd;
+  std::strcpy(g_lock_file_buffer.path, path);
+  g_lock_file.store(&g_lock_file_buffer);
+}
 
 void ArmInterruptHandlers() {
   struct sigaction action {};

@@ -7,6 +7,10 @@ namespace kw {
 /// request to stop, which ends the process at once, can still hand the line back.
 void SetPortForForcedEnd(int fd);
 
+/// Names our port lock file and the descriptor open on it (null and -1 for none), so that a
+/// second request to stop removes the file as it goes, if it is still the one we made.
+void SetLockFileForForcedEnd(const char* path, int fd);
+
 }  // namespace kw
 
 #endif  // KW_OS_INTERRUPT_POSIX_H_

@@ -22,6 +22,8 @@ bool NoteInterruptRequest(const wchar_t* cause) {
 
 void ForgetInterruptRequest() { g_cause.store(nullptr); }
 
+bool StopRequested() { return g_cause.load() != nullptr; }
+
 void RaiseIfInterrupted() {
   if (const wchar_t* cause = g_cause.load()) throw InterruptionError(cause);
 }

@@ -12,6 +12,8 @@ namespace kw {
 void ArmInterruptHandlers();
 /// Raises the interruption error if a request to stop has come; every wait of the runtime calls it.
 void RaiseIfInterrupted();
+/// Whether a request to stop has come; output stops waiting for slow readers then.
+bool StopRequested();
 
 /// Records a request to stop, named by its cause (a static text such as L"SIGTERM"); gives true
 /// for the first one. What the platform's handlers call, and what a test calls in their place.

@@ -1,15 +1,23 @@
-#include <errno.h>
 #include <fcntl.h>
-#include <poll.h>
 #include <signal.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <syslog.h>
 #include <unistd.h>
 
+#include <cstdio>
+#include <ctime>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
 #include "base/text.h"
+#include "os/bounded_write-posix.h"
+#include "os/output_budget.h"
 #include "os/platform.h"
 #include "os/raw_command_line.h"
 #include "os/system_error.h"
@@ -30,6 +38,21 @@ std::string ReadLink(const char* path) {
     if (static_cast<size_t>(length) < buffer.size()) return std::string(buffer.data(), length);
     buffer.resize(buffer.size() * 2);
   }
+}
+
+/// A record as syslog(3) sends it: priority, local time (month names in English whatever the
+/// locale), our name and process id, the text.
+std::string SyslogRecord(int priority, const std::string& text) {
+  static const char* const kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                        "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+  const std::time_t now = std::time(nullptr);
+  std::tm local{};
+  ::localtime_r(&now, &local);
+  char head[96];
+  std::snprintf(head, sizeof head, "<%d>%s %2d %02d:%02d:%02d %s[%ld]: ", LOG_USER | priority,
+                kMonths[local.tm_mon % 12], local.tm_mday, local.tm_hour, local.tm_min,
+                local.tm_sec, kEventSource, static_cast<long>(::getpid()));
+  return head + text;
 }
 
 }  // namespace
@@ -107,39 +130,42 @@ void GuardStandardStreams() {
     }
   }
   // A reader that goes away (| head -1) makes writes fail with EPIPE instead of killing the
-  // run mid-call; the failed write is ignored like any other.
+  // run mid-call; the failed write is ignored like any other. So does output to a file that
+  // reaches the size limit (EFBIG instead of SIGXFSZ).
   signal(SIGPIPE, SIG_IGN);
+  signal(SIGXFSZ, SIG_IGN);
 }
 
 bool WriteStandardOutput(const std::string& bytes) {
   // Straight to the descriptor, no stdio buffer in between, so nothing waits for an exit flush.
-  size_t done = 0;
-  while (done < bytes.size()) {
-    const ssize_t written = write(STDOUT_FILENO, bytes.data() + done, bytes.size() - done);
-    if (written > 0) {
-      done += static_cast<size_t>(written);
-    } else if (written < 0 && errno == EINTR) {
-      continue;
-    } else if (written < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
-      // A non-blocking descriptor handed down by the caller: wait until the reader drains it.
-      pollfd ready = {STDOUT_FILENO, POLLOUT, 0};
-      if (poll(&ready, 1, -1) < 0 && errno != EINTR) return false;
-    } else {
-      return false;
-    }
-  }
-  return true;
+  return BoundedWrite(STDOUT_FILENO, SinkOf(STDOUT_FILENO), bytes, RunOutputBudget());
 }
 
 void WriteEventLog(const std::wstring& text, int event_type, int /*event_id*/) {
   int priority = LOG_NOTICE;
   if (event_type == 1) priority = LOG_ERR;
   if (event_type == 4) priority = LOG_INFO;
-  // Opened and closed around each record: a logger started after us is still reached, and
-  // nothing stays connected for the rest of the run.
-  openlog(kEventSource, LOG_PID, LOG_USER);
-  syslog(priority, "%s", ToLocale(text).c_str());
-  closelog();
+  // One datagram to the logger's socket, as syslog(3) sends it, but on a socket of our own and
+  // within the output budget: syslog(3) waits for good on a logger that reads nothing. A socket
+  // per record: a logger started after us is still reached, and nothing stays connected.
+  const int fd = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  if (fd < 0) return;
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::snprintf(address.sun_path, sizeof address.sun_path, "/dev/log");
+  // With no logger there the record is lost, and the run goes on.
+  if (::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
+    BoundedWrite(fd, Sink::kSocket, SyslogRecord(priority, ToLocale(text)), RunOutputBudget());
+  }
+  ::close(fd);
+}
+
+void ProtectProcessMemory() {
+  // The process holds the centre's password: no core file, and no other user's debugger or
+  // reading of /proc/PID/mem, environ and the like (they become root's while it runs).
+  ::prctl(PR_SET_DUMPABLE, 0, 0, 0, 0);
+  const rlimit no_core{0, 0};
+  ::setrlimit(RLIMIT_CORE, &no_core);
 }
 
 }  // namespace kw

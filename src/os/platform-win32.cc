@@ -2,9 +2,11 @@
 // output and the application event log, all through the Win32 API in its wide form.
 #include <windows.h>
 
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "os/output_budget.h"
 #include "os/platform.h"
 #include "os/raw_command_line.h"
 #include "os/system_error.h"
@@ -18,6 +20,26 @@ constexpr wchar_t kEventSource[] = L"Kestrawind";
 /// The attributes that keep a match from counting as a plain file.
 constexpr DWORD kNotPlain = FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_HIDDEN |
                             FILE_ATTRIBUTE_SYSTEM | FILE_ATTRIBUTE_DEVICE;
+
+/// One record for the thread that reports it; the thread owns it and frees it when done.
+struct EventRecord {
+  std::wstring text;
+  WORD type;
+  DWORD id;
+};
+
+DWORD WINAPI ReportRecord(void* parameter) {
+  const std::unique_ptr<EventRecord> record(static_cast<EventRecord*>(parameter));
+  // Registered around each record, as on the other side: nothing stays open for the run. A log
+  // that can't be reached loses the record and the run goes on.
+  const HANDLE log = ::RegisterEventSourceW(nullptr, kEventSource);
+  if (log == nullptr) return 0;
+  const wchar_t* strings[] = {record->text.c_str()};
+  // The ID's message is "%1", so Event Viewer shows the text itself.
+  ::ReportEventW(log, record->type, 0, record->id, nullptr, 1, 0, strings, nullptr);
+  ::DeregisterEventSource(log);
+  return 0;
+}
 
 }  // namespace
 
@@ -80,6 +102,10 @@ bool PlainFileExists(const std::wstring& path, FileProblem* why) {
   return plain;
 }
 
+void ProtectProcessMemory() {
+  // Nothing to do: Windows writes no core file, and another user's process can't read ours.
+}
+
 void GuardStandardStreams() {
   // Nothing to do: a closed standard handle stays null here, and no handle that the program
   // opens later takes its place, so the port can never become standard output.
@@ -105,14 +131,20 @@ void WriteEventLog(const std::wstring& text, int event_type, int event_id) {
   WORD type = EVENTLOG_INFORMATION_TYPE;
   if (event_type == 1) type = EVENTLOG_ERROR_TYPE;
   if (event_type == 4) type = EVENTLOG_INFORMATION_TYPE;
-  // Registered around each record, as on the other side: nothing stays open for the run. A log
-  // that can't be reached loses the record and the run goes on.
-  const HANDLE log = ::RegisterEventSourceW(nullptr, kEventSource);
-  if (log == nullptr) return;
-  const wchar_t* strings[] = {text.c_str()};
-  // The ID's message is "%1", so Event Viewer shows the text itself.
-  ::ReportEventW(log, type, 0, static_cast<DWORD>(event_id), nullptr, 1, 0, strings, nullptr);
-  ::DeregisterEventSource(log);
+  // On a thread of its own, waited for only within the run's output budget: an event log that
+  // hangs must not hold the call up. A thread still at it when the wait ends goes with the
+  // process.
+  auto record =
+      std::make_unique<EventRecord>(EventRecord{text, type, static_cast<DWORD>(event_id)});
+  const HANDLE thread = ::CreateThread(nullptr, 0, ReportRecord, record.get(), 0, nullptr);
+  if (thread == nullptr) return;
+  record.release();
+  OutputBudget& budget = RunOutputBudget();
+  const ULONGLONG start = ::GetTickCount64();
+  const DWORD waited = ::WaitForSingleObject(thread, static_cast<DWORD>(budget.WaitLimitMs()));
+  budget.Spend(static_cast<int64_t>(::GetTickCount64() - start));
+  if (waited != WAIT_OBJECT_0) budget.NoteDropped();
+  ::CloseHandle(thread);
 }
 
 }  // namespace kw

@@ -36,12 +36,17 @@ bool PlainFileExists(const std::wstring& path, FileProblem* why = nullptr);
 /// output's text; and a reader of standard output that goes away costs only the write.
 void GuardStandardStreams();
 
+/// Keeps the process's memory, which holds the password, out of core dumps and out of reach of
+/// other users' debuggers; called first thing.
+void ProtectProcessMemory();
+
 /// Writes the bytes straight to standard output, with no buffer in between; true when all of
-/// them were written.
+/// them were written. A reader that takes nothing is waited for only within the run's output
+/// budget (os/output_budget.h); what can't be written in time is dropped.
 bool WriteStandardOutput(const std::string& bytes);
 
-/// Records a text in the system's event log; event_type 1 is error, 4 is information. The
-/// event ID picks the record's entry in the program's message table on Windows.
+/// Records a text in the system's event log, within the same budget; event_type 1 is error, 4 is
+/// information. The event ID picks the record's entry in the program's message table on Windows.
 void WriteEventLog(const std::wstring& text, int event_type, int event_id);
 
 }  // namespace kw

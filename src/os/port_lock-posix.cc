@@ -13,6 +13,8 @@
 #include <ctime>
 #include <utility>
 
+#include "os/interrupt-posix.h"
+
 namespace kw {
 namespace {
 
@@ -24,9 +26,10 @@ constexpr time_t kWritingSeconds = 10;
 
 /// What looking at an existing lock file found.
 enum class Verdict {
-  kHeld,  ///< a live process holds it, or it can't be removed
-  kGone,  ///< it is no longer there (it was stale and is removed now, or someone else did)
-  kBusy,  ///< another process is dealing with it right now
+  kHeld,   ///< a live process holds it, it can't be read, or its writer may not be done
+  kGone,   ///< it is no longer there (it was stale and is removed now, or someone else did)
+  kBusy,   ///< another process is dealing with it right now
+  kStuck,  ///< it is stale, but this user may not remove it
 };
 
 /// Repeats a system call that a signal interrupted.
@@ -89,8 +92,8 @@ Verdict Judge(const std::string& path) {
   } else if (SameFile(fd, path) && ::unlink(path.c_str()) != 0 && errno != ENOENT) {
     // Stale, and holding the flock we are the only remover; the check of the name keeps us from
     // removing a fresh lock that replaced the stale file meanwhile. A stale lock of another user
-    // in a sticky folder can't be removed: the device stays locked for us.
-    verdict = Verdict::kHeld;
+    // in a sticky folder (root's, of a run that was killed) can't be removed.
+    verdict = Verdict::kStuck;
   }
   ::close(fd);
   return verdict;
@@ -162,6 +165,8 @@ PortLock::Result PortLock::Take(const std::string& device) {
                            static_cast<ssize_t>(text.size()) &&
                        ::fchmod(fd, 0644) == 0 && ::flock(fd, LOCK_EX | LOCK_NB) == 0;
   Result result = written ? Result::kHeld : Result::kUnavailable;
+  // Named from now on: a second request to stop removes the file if it becomes ours.
+  SetLockFileForForcedEnd(path.c_str(), fd);
   for (int attempt = 0; written && attempt < kAttempts; ++attempt) {
     if (::link(temp.c_str(), path.c_str()) == 0) {
       result = Result::kTaken;
@@ -173,6 +178,12 @@ PortLock::Result PortLock::Take(const std::string& device) {
     }
     const Verdict verdict = Judge(path);
     if (verdict == Verdict::kHeld) break;
+    if (verdict == Verdict::kStuck) {
+      // Not the file of a live run: the device's flock and exclusive open, which the kernel
+      // drops when a process dies, keep the port for one run at a time without it.
+      result = Result::kStale;
+      break;
+    }
     if (verdict == Verdict::kBusy) {
       timespec pause{0, kPauseNs};
       ::nanosleep(&pause, nullptr);
@@ -183,13 +194,16 @@ PortLock::Result PortLock::Take(const std::string& device) {
     path_ = path;
     fd_ = fd;
   } else {
+    SetLockFileForForcedEnd(nullptr, -1);
     ::close(fd);
   }
+  stale_ = result == Result::kStale ? path : std::string();
   return result;
 }
 
 void PortLock::Release() noexcept {
   if (fd_ < 0) return;
+  SetLockFileForForcedEnd(nullptr, -1);
   // Only our own file goes: someone may have removed ours and put up a lock of their own.
   if (SameFile(fd_, path_)) ::unlink(path_.c_str());
   ::close(fd_);

@@ -28,8 +28,9 @@ class PortLock {
   /// How an attempt to take the lock ended.
   enum class Result {
     kTaken,        ///< the lock file is ours
-    kHeld,         ///< a live process holds the device (or its stale lock can't be removed)
+    kHeld,         ///< a live process holds the device
     kUnavailable,  ///< the folder can't be written: no lock file, nothing held
+    kStale,        ///< a stale lock file that this user can't remove stands: nothing held
   };
 
   /// A lock that is not taken yet, kept in the folder given (the system's, or a test's own).
@@ -47,11 +48,14 @@ class PortLock {
   void Release() noexcept;
   /// The folder that the lock files go to.
   const std::string& folder() const { return folder_; }
+  /// The stale lock file that the last Take left standing, or "".
+  const std::string& stale_file() const { return stale_; }
 
  private:
   std::string folder_;
-  std::string path_;  ///< the lock file we hold, "" for none
-  int fd_ = -1;       ///< open on our lock file and flock'ed, so that we are seen as its holder
+  std::string path_;   ///< the lock file we hold, "" for none
+  std::string stale_;  ///< see stale_file()
+  int fd_ = -1;        ///< open on our lock file and flock'ed, so that we are seen as its holder
 };
 
 }  // namespace kw

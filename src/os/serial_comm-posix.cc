@@ -130,6 +130,10 @@ void PosixSerialComm::OpenDevice(int16_t port, bool rts_high) {
     OnNotice(L"No lock file: " + FromLocale(lock_.folder()) +
              L" can't be written; the port is kept by flock alone.");
   }
+  if (locked == PortLock::Result::kStale && OnNotice) {
+    OnNotice(L"Stale lock file: " + FromLocale(lock.stale_file()) +
+             L" can't be removed; the port is kept by flock alone.");
+  }
   // O_NONBLOCK: the open must not wait for carrier. O_NOCTTY: the port must never become our
   // controlling terminal, or a hang-up on it would signal the program.
   FdGuard fd(RetryOnEintr([&] {

@@ -66,6 +66,7 @@ pid_t Spawn(const std::vector<std::string>& argv, const RunOptions& options, con
   for (const auto& var : vars) env.push_back(const_cast<char*>(var.second.c_str()));
   args.push_back(nullptr);
   env.push_back(nullptr);
+  const pid_t parent = getpid();
   const pid_t pid = fork();
   if (pid == 0) {
     setpgid(0, 0);  // a group of its own, which a time-out kills whole
@@ -74,6 +75,10 @@ pid_t Spawn(const std::vector<std::string>& argv, const RunOptions& options, con
     if (err >= 0) dup2(err, 2);
     if (!dir.empty() && chdir(dir.c_str()) != 0) _exit(127);
     if (options.in_child) options.in_child();
+    // It dies with the test, also when a time-out kills that from outside; set behind in_child,
+    // whose change of user would clear it.
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (getppid() != parent) _exit(127);
     execve(args[0], args.data(), env.data());
     _exit(127);
   }
@@ -81,15 +86,25 @@ pid_t Spawn(const std::vector<std::string>& argv, const RunOptions& options, con
   return pid;
 }
 
-/// Whether a logger takes datagrams on /dev/log.
-bool LoggerListens() {
+/// A datagram socket, bound to /dev/log or connected to it; -1 when that fails.
+int DevLogSocket(bool bind_it, int flags = 0) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   std::snprintf(address.sun_path, sizeof address.sun_path, "/dev/log");
-  const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-  const bool up = connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+  int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | flags, 0);
+  const auto* name = reinterpret_cast<sockaddr*>(&address);
+  if ((bind_it ? bind(fd, name, sizeof address) : connect(fd, name, sizeof address)) != 0) {
+    close(fd);
+    fd = -1;
+  }
+  return fd;
+}
+
+/// Whether a logger takes datagrams on /dev/log.
+bool LoggerListens() {
+  const int fd = DevLogSocket(false);
   close(fd);
-  return up;
+  return fd >= 0;
 }
 
 }  // namespace
@@ -154,7 +169,7 @@ RunResult Rig::Run(const std::vector<std::string>& args, const RunOptions& optio
   }
   const int out = open((base + ".out").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
   const int err = open((base + ".err").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
-  const pid_t pid = Spawn(argv, options, dir_, out, err);
+  const pid_t pid = Spawn(argv, options, dir_, options.out >= 0 ? options.out : out, err);
   close(out);
   close(err);
   if (options.started) options.started(pid);
@@ -205,10 +220,10 @@ int Count(const std::string& text, const std::string& what) {
   return n;
 }
 
-SystemLog::SystemLog() {
+SystemLog::SystemLog(Kind kind) {
   // Test processes take turns, so each finds /dev/log as the one before it left it.
   lock_ = open("/tmp/kestrawind-system-log.lock", O_RDWR | O_CREAT | O_CLOEXEC, 0666);
-  if (geteuid() != 0 || access("/usr/sbin/rsyslogd", X_OK) != 0) {
+  if (geteuid() != 0 || (kind == kRsyslog && access("/usr/sbin/rsyslogd", X_OK) != 0)) {
     problem_ = "needs root and rsyslog to start a logger on /dev/log";
   } else if (!WaitUntil([this] { return flock(lock_, LOCK_EX | LOCK_NB) == 0; }, 60000)) {
     problem_ = "another test process kept the system logger for a minute";
@@ -217,6 +232,15 @@ SystemLog::SystemLog() {
   }
   if (!problem_.empty()) return;
   unlink("/dev/log");  // the socket of a logger that was killed
+  if (kind == kStuck) {
+    stuck_ = DevLogSocket(true);
+    const int filler = DevLogSocket(false, SOCK_NONBLOCK);
+    while (send(filler, "x", 1, 0) == 1) {
+    }
+    close(filler);
+    if (stuck_ < 0 || filler < 0) problem_ = "can't make a socket on /dev/log";
+    return;
+  }
   char name[] = "/tmp/kw-syslog-XXXXXX";
   dir_ = mkdtemp(name) ? name : throw std::runtime_error("mkdtemp failed");
   const std::string conf = dir_ + "/rsyslog.conf", pid_file = dir_ + "/pid";
@@ -240,6 +264,7 @@ SystemLog::~SystemLog() {
     if (Reap(pid_, 5000) == kRunning) kill(pid_, SIGKILL), Reap(pid_, 5000);
   }
   if (!dir_.empty()) std::filesystem::remove_all(dir_);
+  if (stuck_ >= 0) close(stuck_), unlink("/dev/log");
   close(lock_);  // the next test process's turn
 }
 

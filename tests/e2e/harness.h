@@ -28,6 +28,8 @@ struct RunOptions {
   std::function<void(pid_t)> started = nullptr;
   /// A program to run natively in place of the folder's kestrawind (such as a shell).
   std::string program = "";
+  /// A descriptor for standard output in place of a file (out is then "").
+  int out = -1;
 };
 
 /// A fresh folder under /tmp with a copy of the program in it (the Windows program under Wine)
@@ -76,7 +78,9 @@ int Count(const std::string& text, const std::string& what);
 /// process of the machine at a time.
 class SystemLog {
  public:
-  SystemLog();
+  /// kStuck: a logger that runs but reads nothing, a socket on /dev/log with a full queue.
+  enum Kind { kRsyslog, kStuck };
+  explicit SystemLog(Kind kind = kRsyslog);
   ~SystemLog();
   SystemLog(const SystemLog&) = delete;
   SystemLog& operator=(const SystemLog&) = delete;
@@ -86,7 +90,7 @@ class SystemLog {
   std::string WaitFor(const std::string& text) const;
 
  private:
-  int lock_ = -1;
+  int lock_ = -1, stuck_ = -1;
   pid_t pid_ = -1;
   std::string dir_, problem_;
 };

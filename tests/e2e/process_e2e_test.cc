@@ -1,13 +1,18 @@
 // The real program among other processes on Linux: signals, the system logger, readers of its
 // output, a lock folder that can't be written, and the kestrawind-send wrapper around it.
 #include <fcntl.h>
+#include <grp.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <regex>
 #include <set>
 #include <sstream>
@@ -19,15 +24,24 @@
 namespace kw::e2e {
 namespace {
 
-/// Options for a run that get the signals, one right after the other, once the transcript
-/// holds the text; the thread that waits for it is joined by the caller.
-RunOptions SignalWhen(const Rig& rig, const std::string& text, int count, std::vector<int> signals,
-                      std::thread& watch, pid_t& pid) {
+/// What a watcher saw of a run; the caller reads it once the run is over and the thread joined.
+struct Watch {
+  std::thread thread;
+  pid_t pid = 0;
+  std::chrono::steady_clock::time_point signalled;  ///< when the signals went
+  struct stat environ {};                           ///< /proc/PID/environ right before
+};
+
+/// Options for a run that get the signals, one right after the other, once `ready` gives true
+/// (it may wait; the run is left alone if it gives false).
+RunOptions SignalWhen(std::function<bool()> ready, std::vector<int> signals, Watch& watch) {
   RunOptions options;
-  options.started = [&rig, text, count, signals, &watch, &pid](pid_t started) {
-    pid = started;
-    watch = std::thread([&rig, text, count, signals, started] {
-      if (Count(rig.Transcript(text, count), text) < count) return;
+  options.started = [ready, signals, &watch](pid_t started) {
+    watch.pid = started;
+    watch.thread = std::thread([ready, signals, &watch, started] {
+      if (!ready()) return;
+      stat(("/proc/" + std::to_string(started) + "/environ").c_str(), &watch.environ);
+      watch.signalled = std::chrono::steady_clock::now();
       for (int signal_number : signals) {
         kill(started, signal_number);
         siginfo_t info;  // the signals behind a SIGSTOP all wait for the SIGCONT
@@ -38,6 +52,21 @@ RunOptions SignalWhen(const Rig& rig, const std::string& text, int count, std::v
   return options;
 }
 
+/// A condition for SignalWhen: the transcript holds the text count times (it waits up to 10 s).
+std::function<bool()> InTranscript(const Rig& rig, const std::string& text, int count = 1) {
+  return [&rig, text, count] { return Count(rig.Transcript(text, count), text) >= count; };
+}
+
+/// Milliseconds from then to now.
+long long MsSince(std::chrono::steady_clock::time_point then) {
+  return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() -
+                                                               then)
+      .count();
+}
+
+/// The lock file of the rig's pty.
+std::string LockFile(const Rig& rig) { return "/run/lock/LCK..pts_" + rig.pty().substr(9); }
+
 const std::vector<std::string> kSilentCentre = {"--centre",        "tap",    "--opt",
                                                 "prompt_after=-1", "--runs", "0"};
 
@@ -45,11 +74,10 @@ TEST(ProcessE2E, SigtermMidSendHangsUpLogsTheErrorAndFreesThePort) {
   const SystemLog log;
   Rig rig(kSilentCentre);  // the centre never answers a probe: the login goes on and on
   rig.WriteIni(rig.Ini("TAP"));
-  std::thread watch;
-  pid_t pid = 0;
-  const RunResult result =
-      rig.Run({"/LE", "0612345678", "hello"}, SignalWhen(rig, "probe 3", 1, {SIGTERM}, watch, pid));
-  watch.join();
+  Watch watch;
+  const RunResult result = rig.Run({"/LE", "0612345678", "hello"},
+                                   SignalWhen(InTranscript(rig, "probe 3"), {SIGTERM}, watch));
+  watch.thread.join();
   const std::string error =
       "Error: [Unhandled][18] Interrupted by SIGTERM before the send was confirmed (in "
       "Kestrawind)";
@@ -58,31 +86,138 @@ TEST(ProcessE2E, SigtermMidSendHangsUpLogsTheErrorAndFreesThePort) {
   EXPECT_EQ(result.status, 0);
   const std::string transcript = rig.Transcript();
   EXPECT_TRUE(std::regex_match(Sent(transcript), std::regex("ATDT[0-9]+(<CR>)+ATH"))) << transcript;
-  EXPECT_NE(access(("/run/lock/LCK..pts_" + rig.pty().substr(9)).c_str(), F_OK), 0)
-      << "the lock file outlived the run";
+  EXPECT_NE(access(LockFile(rig).c_str(), F_OK), 0) << "the lock file outlived the run";
   if (log.problem().empty()) {
-    EXPECT_EQ(log.WaitFor(error), "err Kestrawind[" + std::to_string(pid) + "]: " + error);
+    EXPECT_EQ(log.WaitFor(error), "err Kestrawind[" + std::to_string(watch.pid) + "]: " + error);
   } else {
     std::cout << "[ skipped  ] the system log: " << log.problem() << "\n";
   }
 
   // A second signal ends the run at once, with no result line and no ATH, yet it still takes
-  // back the exclusive hold on the pty, which would shut out every later run that isn't root.
-  const RunResult abrupt =
-      rig.Run({"0612345678", "hello"},
-              SignalWhen(rig, "probe 2", 2, {SIGSTOP, SIGHUP, SIGTERM, SIGCONT}, watch, pid));
-  watch.join();
+  // back the exclusive hold on the pty, which would shut out every later run that isn't root,
+  // and removes the lock file, which would shut out every other user.
+  const RunResult abrupt = rig.Run(
+      {"0612345678", "hello"},
+      SignalWhen(InTranscript(rig, "probe 2", 2), {SIGSTOP, SIGHUP, SIGTERM, SIGCONT}, watch));
+  watch.thread.join();
   EXPECT_EQ(abrupt.out, "");
   EXPECT_LT(abrupt.status, 0);
   EXPECT_EQ(Count(Sent(rig.Transcript(" -- close\n", 2)), "ATH"), 1);
+  EXPECT_NE(access(LockFile(rig).c_str(), F_OK), 0) << "a second signal left the lock file";
   const int fd = open(rig.pty().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
   int exclusive = -1;
   EXPECT_EQ(ioctl(fd, TIOCGEXCL, &exclusive), 0);
   EXPECT_EQ(exclusive, 0);
   close(fd);
+
+  // SIGQUIT, which would dump core, ends the run as SIGTERM does. Run in a group of its own, the
+  // process shows that it can't be dumped: while it runs, /proc/PID is root's, not the group's.
+  RunOptions quit = SignalWhen(InTranscript(rig, "probe 2", 3), {SIGQUIT}, watch);
+  quit.in_child = [] { (void)!setgid(65534); };
+  const RunResult quitted = rig.Run({"0612345678", "hello"}, quit);
+  watch.thread.join();
+  EXPECT_LT(MsSince(watch.signalled), 2000);
+  EXPECT_EQ(quitted.out,
+            "Error: [Unhandled][18] Interrupted by SIGQUIT (Ctrl+\\) before the send was confirmed "
+            "(in Kestrawind)\r\n");
+  EXPECT_EQ(Count(Sent(rig.Transcript(" -- close\n", 3)), "ATH"), 2);
+  EXPECT_NE(access(LockFile(rig).c_str(), F_OK), 0);
+  EXPECT_EQ(watch.environ.st_gid, 0u) << "the process can be dumped";
 }
 
-// Runs from a shell: output that goes nowhere, and a lock folder that can't be written.
+TEST(ProcessE2E, AStuckSystemLoggerCostsSecondsNotTheRun) {
+  const SystemLog stuck(SystemLog::kStuck);  // it runs, but it reads nothing
+  if (!stuck.problem().empty()) GTEST_SKIP() << stuck.problem();
+  const struct {
+    std::vector<std::string> sim;
+    std::string out;
+  } cases[] = {
+      {{"--centre", "tap"}, "Successfully sent message <hello> to recipient <0612345678>\r\n"},
+      {{"--centre", "tap", "--opt", "block=rs+esceot"},
+       "Error: [538] The message was rejected by the provider.\r\n"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.out);
+    Rig rig(c.sim);
+    rig.WriteIni(rig.Ini("TAP"));
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(rig.Run({"/LS", "/LE", "0612345678", "hello"}).out, c.out);
+    EXPECT_LT(MsSince(start), 15000);
+  }
+}
+
+TEST(ProcessE2E, OutputThatNobodyReadsCostsSecondsNotTheCall) {
+  Rig rig({"--centre", "tap", "--runs", "0"});
+  rig.WriteIni(rig.Ini("TAP"));
+  const std::vector<std::string> args = {"/DEBUG", "0612345678", std::string(30000, 'x')};
+  // The trace passes the 64 KB that a pipe holds while the message goes out.
+  for (int signal_number : {0, SIGTERM}) {
+    SCOPED_TRACE(signal_number);
+    int unread[2];
+    ASSERT_EQ(pipe2(unread, O_CLOEXEC), 0);
+    Watch watch;
+    RunOptions options = SignalWhen(
+        [&unread, signal_number] {  // until the pipe is full and the run waits
+          pollfd room{unread[1], POLLOUT, 0};
+          for (int i = 0; i < 2000 && poll(&room, 1, 0) == 1; ++i) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+          }
+          return signal_number != 0 && poll(&room, 1, 0) == 0;
+        },
+        {signal_number}, watch);
+    options.out = unread[1];
+    const auto start = std::chrono::steady_clock::now();
+    const RunResult result = rig.Run(args, options);
+    const long long took = MsSince(start);
+    watch.thread.join();
+    close(unread[0]);
+    close(unread[1]);
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(Count(Sent(rig.Transcript(" -- close\n", signal_number ? 2 : 1)), "ATH"),
+              signal_number ? 2 : 1);
+    EXPECT_NE(access(LockFile(rig).c_str(), F_OK), 0);
+    // A send takes 3 s and the output up to 5 s more; a signal ends the run in 2 s.
+    EXPECT_LT(signal_number == 0 ? took : MsSince(watch.signalled),
+              signal_number == 0 ? 20000 : 2000);
+  }
+}
+
+TEST(ProcessE2E, ARootRunKilledMidLoginShutsOutNoOtherUser) {
+  if (geteuid() != 0 || UnderWine()) GTEST_SKIP() << "needs root, to run as nobody as well";
+  Rig rig({"--centre", "tap", "--runs", "0"});
+  rig.WriteIni(rig.Ini("TAP"));
+  Watch watch;
+  const RunResult killed = rig.Run(
+      {"0612345678", "hello"}, SignalWhen(InTranscript(rig, "login 1"), {SIGSTOP, SIGKILL}, watch));
+  watch.thread.join();
+  EXPECT_EQ(killed.status, -SIGKILL);
+  ASSERT_EQ(access(LockFile(rig).c_str(), F_OK), 0) << "root's lock file of a dead run is gone";
+  // A pty's slave lives on with its master, and with it the exclusive flag of the killed run;
+  // a real port forgets it at the last close. Clear it as that close would.
+  const int fd = open(rig.pty().c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+  ioctl(fd, TIOCNXCL);
+  close(fd);
+  // Everything that the next run needs, as nobody.
+  chmod(rig.File("").c_str(), 0755);
+  chmod(rig.pty().c_str(), 0666);
+  RunOptions nobody = SignalWhen(InTranscript(rig, "login 1", 2), {}, watch);
+  nobody.in_child = [] { (void)!(setgroups(0, nullptr) || setgid(65534) || setuid(65534)); };
+  const auto start = std::chrono::steady_clock::now();
+  const RunResult sent = rig.Run({"/DEBUG", "0612345678", "hello"}, nobody);
+  watch.thread.join();
+  EXPECT_LT(MsSince(start), 10000);
+  EXPECT_EQ(Count(sent.out, "\tStale lock file: " + LockFile(rig) +
+                                " can't be removed; the port is kept by flock alone.\r\n"),
+            1)
+      << sent.out;
+  EXPECT_NE(sent.out.find("\r\nSuccessfully sent message <hello> to recipient <0612345678>\r\n"),
+            std::string::npos);
+  EXPECT_EQ(watch.environ.st_uid, 0u) << "the process can be dumped";
+  unlink(LockFile(rig).c_str());
+}
+
+// Runs from a shell: output that goes nowhere, a lock folder that can't be written, and a hang-up
+// that the caller ignores (nohup), which must not end the run.
 TEST(ProcessE2E, SendGoesOnWhereOutputOrTheLockFolderFails) {
   const std::string notice =
       "\tNo lock file: /run/lock can't be written; the port is kept by flock alone.\r\n";
@@ -96,6 +231,9 @@ TEST(ProcessE2E, SendGoesOnWhereOutputOrTheLockFolderFails) {
       {"unshare -m sh -c 'mount -t tmpfs -o ro tmpfs /run/lock && ./kestrawind /DEBUG 0612345678 "
        "hello'",
        "", 1},
+      {"trap '' HUP; ./kestrawind /DEBUG 0612345678 hello & sleep 1; kill -HUP $!; wait $!; "
+       "echo $? >&2",
+       "0\n", 0},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.shell);
