@@ -44,11 +44,17 @@ class PortLock {
   void Release() noexcept;
   /// The folder that the lock files go to.
   const std::string& folder() const { return folder_; }
+  /// After a Take that found the device held: the lock file, and the process id that it names
+  /// (-1 for none).
+  const std::string& held_file() const { return held_file_; }
+  pid_t holder() const { return holder_; }
 
  private:
   std::string folder_;
   std::string path_;  ///< the lock file we hold, "" for none
   int fd_ = -1;       ///< open on our lock file and flock'ed, so that we are seen as its holder
+  std::string held_file_;
+  pid_t holder_ = -1;
 };
 
 }  // namespace kw

@@ -28,11 +28,13 @@ struct RunOptions {
   std::function<void(pid_t)> started = nullptr;
   /// A program to run natively in place of the folder's kestrawind (such as a shell).
   std::string program = "";
+  /// Runs the folder's kestrawind-send in place of its kestrawind.
+  bool send = false;
 };
 
-/// A fresh folder under /tmp with a copy of the program in it (the Windows program under Wine)
-/// and, given simulator arguments, a kestrawind-sim on a pty that writes transcript.txt there.
-/// The destructor stops the simulator and removes the folder.
+/// A fresh folder under /tmp with copies of kestrawind and kestrawind-send in it (the Windows
+/// programs under Wine) and, given simulator arguments, a kestrawind-sim on a pty that writes
+/// transcript.txt there. The destructor stops the simulator and removes the folder.
 class Rig {
  public:
   explicit Rig(const std::vector<std::string>& sim_args = {});

@@ -1,0 +1,126 @@
+#include "frontend/send_console.h"
+
+#include <clocale>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "base/error_numbers.h"
+#include "base/text.h"
+#include "config/ini_access.h"
+#include "frontend/command_line.h"
+#include "frontend/exit_status.h"
+#include "frontend/main_console.h"
+#include "log/console.h"
+#include "os/file_cause.h"
+#include "os/interrupt.h"
+#include "os/platform.h"
+#include "os/standard_streams.h"
+#include "os/system_runtime.h"
+
+namespace kw {
+namespace {
+
+/// Writes one line on standard error, behind the program's name.
+void Complain(const std::wstring& text) {
+  WriteStandardErrorLine(ToLocale(L"kestrawind-send: " + text));
+}
+
+/// The error with the cause of the ini's failure, when the error names none: a file that is
+/// missing, no file, or may not be read all leave the settings empty.
+Error WithIniCause(const Error& error, const std::wstring& config_file) {
+  const bool ini_failure = error.number() == kErrorBase + kConfigFileMissing ||
+                           error.number() == kErrorBase + kNoProtocol;
+  if (!ini_failure || error.cause() != Cause::kNone) return error;
+  std::wstring reason;
+  const Cause cause = FileReadCause(config_file, &reason);
+  if (cause == Cause::kNone) return error;
+  return Error(error).WithCause(cause, config_file, reason);
+}
+
+}  // namespace
+
+std::wstring FailureLine(const Error& error, const std::wstring& config_file, int wait_seconds) {
+  if (error.cause() == Cause::kBusy && wait_seconds > 0) {
+    return error.CauseText() + L", still after waiting " + std::to_wstring(wait_seconds) + L" s";
+  }
+  if (error.cause() != Cause::kNone) return error.CauseText();
+  if (ExitStatusFor(error) == kExitConfiguration) {
+    return error.description() + L" (in " + config_file + L")";
+  }
+  return error.description();
+}
+
+int SendWithOptions(const SendOptions& options, const std::wstring& config_file) {
+  // kestrawind's lines for the failure on standard output, the cause on standard error.
+  const auto fail = [&](const Error& raised) {
+    ReportFailure(raised);
+    const Error error = WithIniCause(raised, config_file);
+    Complain(FailureLine(error, config_file, options.wait_seconds));
+    return ExitStatusFor(error);
+  };
+  Request request;
+  if (auto failure = Attempt([&] { request = ReadArguments(options.arguments); })) {
+    return fail(*failure);
+  }
+  if (request.recipient.empty()) {
+    ShowUsage(false);
+    Complain(L"no recipient given (see --help)");
+    return kExitUsage;
+  }
+  if (!request.has_text && !StandardInputIsTerminal()) {
+    std::string bytes;
+    const InputText input = ReadStandardInput(kInputLimit, &bytes)
+                                ? TextFromInput(bytes)
+                                : InputText{L"", L"standard input can't be read", kExitUsage};
+    if (!input.problem.empty()) {
+      Complain(input.problem + L"; nothing was sent");
+      return input.status;
+    }
+    request.text = input.text;
+  }
+  const std::wstring warning = CodePageWarning(request.text);
+  if (!warning.empty()) Complain(warning);
+  if (auto failure = Attempt([&] { Deliver(config_file, request, options.wait_seconds); })) {
+    return fail(*failure);
+  }
+  return kExitSent;
+}
+
+int RunSendProgram() {
+  // As kestrawind starts: before anything opens a file.
+  GuardStandardStreams();
+  ArmInterruptHandlers();
+  std::setlocale(LC_ALL, "");
+  InitConsole();
+  std::vector<std::wstring> arguments;
+  if (const std::optional<Error> failure =
+          Attempt([&] { arguments = SplitCommandLine(RawCommandLine()); })) {
+    ReportFailure(*failure);  // a command line that is too long, as kestrawind says it
+    Complain(FailureLine(*failure, L"", 0));
+    return ExitStatusFor(*failure);
+  }
+  const SendOptions options = ParseSendOptions(arguments);
+  if (!options.problem.empty()) {
+    Complain(options.problem);
+    return kExitUsage;
+  }
+  if (options.help || options.version) {
+    for (const std::wstring& line :
+         options.help ? SendHelpLines() : std::vector<std::wstring>{SendVersionLine()}) {
+      ConsoleWriteLine(line);
+    }
+    return kExitSent;
+  }
+  const std::wstring config_file = options.config_file.empty()
+                                       ? ExecutableFolder() + kPathSeparator + L"kestrawind.ini"
+                                       : options.config_file;
+  // The section "Ports" of the ini names the device of a port number, as for kestrawind.
+  std::unique_ptr<Runtime> runtime = NewSystemRuntime([config_file](int16_t port) {
+    return IniGet(config_file, L"Ports", std::to_wstring(port), L"");
+  });
+  ScopedRuntime installed(*runtime);
+  return SendWithOptions(options, config_file);
+}
+
+}  // namespace kw
