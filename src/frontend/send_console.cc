@@ -3,14 +3,17 @@
 #include <clocale>
 #include <memory>
 #include <optional>
+#include <string>
 #include <vector>
 
+#include "base/error.h"
 #include "base/error_numbers.h"
 #include "base/text.h"
 #include "config/ini_access.h"
 #include "frontend/command_line.h"
 #include "frontend/exit_status.h"
 #include "frontend/main_console.h"
+#include "frontend/send_options.h"
 #include "log/console.h"
 #include "os/file_cause.h"
 #include "os/interrupt.h"
@@ -38,8 +41,8 @@ Error WithIniCause(const Error& error, const std::wstring& config_file) {
   return Error(error).WithCause(cause, config_file, reason);
 }
 
-}  // namespace
-
+/// The line for standard error that says what failed: the cause (the device or file as the
+/// settings name it, with the system's reason) where it is known, else the error's own text.
 std::wstring FailureLine(const Error& error, const std::wstring& config_file, int wait_seconds) {
   if (error.cause() == Cause::kBusy && wait_seconds > 0) {
     return error.CauseText() + L", still after waiting " + std::to_wstring(wait_seconds) + L" s";
@@ -51,6 +54,9 @@ std::wstring FailureLine(const Error& error, const std::wstring& config_file, in
   return error.description();
 }
 
+/// One run with the options taken out and the runtime installed: the message from the arguments
+/// or from standard input, kestrawind's run and lines, and on a failure one line on standard
+/// error. Gives the exit status.
 int SendWithOptions(const SendOptions& options, const std::wstring& config_file) {
   // kestrawind's lines for the failure on standard output, the cause on standard error.
   const auto fail = [&](const Error& raised) {
@@ -86,6 +92,8 @@ int SendWithOptions(const SendOptions& options, const std::wstring& config_file)
   }
   return kExitSent;
 }
+
+}  // namespace
 
 int RunSendProgram() {
   // As kestrawind starts: before anything opens a file.
