@@ -14,6 +14,7 @@
 #include "config/sms_settings.h"
 #include "frontend/command_line.h"
 #include "log/console.h"
+#include "log/event_id.h"
 #include "log/logging.h"
 #include "message/sms_message.h"
 #include "os/interrupt.h"
@@ -111,7 +112,7 @@ void Deliver(const std::wstring& config_file, const Request& request, int32_t po
 
   const std::wstring success = L"Successfully sent message <" + request.text + L"> to recipient <" +
                                request.recipient + L">";
-  if (g_log_success) LogEvent(success, 4);
+  if (g_log_success) LogEvent(success, 4, kSentEventId);
   ConsoleWriteLine(success);
 }
 
@@ -140,7 +141,7 @@ void ReportFailure(const Error& error) {
   ConsoleWriteLine(line);
   if (g_log_errors) {
     try {
-      LogEvent(line, 1);
+      LogEvent(line, 1, FailureEventId(error));
     } catch (...) {
     }
   }
