@@ -86,6 +86,9 @@ TEST(SendOptionsTest, TheWarningNamesEachCharacterThatWindows1252LacksOnce) {
       {L"\u0414\u0436\u0414?", lacks + L"U+0414 \u0414, U+0436 \u0436" + each},
       {L"\u0081\u00FF\u0100", lacks + L"U+0100 \u0100" + each},
       {L"\U0001F600!", lacks + L"U+1F600 \U0001F600" + each},
+      // A high surrogate pairs only with a low one: U+E000 behind it stays a character of its own.
+      {{wchar_t(0xD83D), wchar_t(0xE000)},
+       lacks + L"U+D83D " + wchar_t(0xD83D) + L", U+E000 " + wchar_t(0xE000) + each},
       {L"\u0430\u0431\u0432\u0433\u0434\u0435\u0436\u0437\u0438\u0439",
        lacks + L"U+0430 \u0430, U+0431 \u0431, U+0432 \u0432, U+0433 \u0433, U+0434 \u0434, " +
            L"U+0435 \u0435, U+0436 \u0436, U+0437 \u0437 and 2 more" + each},
