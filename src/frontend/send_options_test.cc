@@ -86,9 +86,10 @@ TEST(SendOptionsTest, TheWarningNamesEachCharacterThatWindows1252LacksOnce) {
       {L"\u0414\u0436\u0414?", lacks + L"U+0414 \u0414, U+0436 \u0436" + each},
       {L"\u0081\u00FF\u0100", lacks + L"U+0100 \u0100" + each},
       {L"\U0001F600!", lacks + L"U+1F600 \U0001F600" + each},
-      // The first pair of surrogates, however wide wchar_t is, is U+10000.
-      {{wchar_t(0xD800), wchar_t(0xDC00)},
-       lacks + L"U+10000 " + wchar_t(0xD800) + wchar_t(0xDC00) + each},
+      // Pairs of surrogates, however wide wchar_t is: the first one is U+10000.
+      {{wchar_t(0xD800), wchar_t(0xDC00), wchar_t(0xD801), wchar_t(0xDC01)},
+       lacks + L"U+10000 " + wchar_t(0xD800) + wchar_t(0xDC00) + L", U+10401 " + wchar_t(0xD801) +
+           wchar_t(0xDC01) + each},
       // A high surrogate pairs only with a low one: U+E000 behind it stays a character of its own.
       {{wchar_t(0xD83D), wchar_t(0xE000)},
        lacks + L"U+D83D " + wchar_t(0xD83D) + L", U+E000 " + wchar_t(0xE000) + each},
