@@ -1,14 +1,25 @@
-# Generates, from the table of error lines (doc/errors.tsv), the case table of kestrawind-send
-# and the error list of the man page kestrawind(1), or the header of the error numbers that the
-# code raises by name (base/error_numbers.h).
-# Call: cmake -DTABLE=... -DWRAPPER_IN=... -DWRAPPER_OUT=... -DMAN_IN=... -DMAN_OUT=... -P this
-#   or: cmake -DTABLE=... -DHEADER_OUT=... -P this
+# Generates, from the table of error lines (doc/errors.tsv), the headers of the error numbers that
+# the code raises by name (base/error_numbers.h) and of the exit statuses that kestrawind-send
+# gives them (frontend/error_statuses.h), or the error list of the man page kestrawind(1).
+# Call: cmake -DTABLE=... -DHEADER_OUT=... -DSTATUS_OUT=... -P this
+#   or: cmake -DTABLE=... -DMAN_IN=... -DMAN_OUT=... -P this
 cmake_minimum_required(VERSION 3.16)
 
+# Writes the file only when its text changes, so that nothing that includes it rebuilds for naught.
+function(kw_write_if_changed path text)
+  set(old "")
+  if(EXISTS "${path}")
+    file(READ "${path}" old)
+  endif()
+  if(NOT old STREQUAL text)
+    file(WRITE "${path}" "${text}")
+  endif()
+endfunction()
+
 file(STRINGS "${TABLE}" rows ENCODING UTF-8)
-set(KW_EXIT_CASES "")
 set(KW_ERROR_ENTRIES "")
 set(KW_ERROR_CONSTANTS "")
+set(KW_STATUS_ROWS "")
 set(names "")
 foreach(row IN LISTS rows)
   if(row MATCHES "^#" OR row STREQUAL "")
@@ -37,19 +48,19 @@ foreach(row IN LISTS rows)
   string(APPEND KW_ERROR_CONSTANTS "/// ${meaning}\n"
                                    "inline constexpr int32_t k${name} = ${CMAKE_MATCH_1};\n")
 
-  # Shell: the whole pattern in double quotes, so that [ ] and * in the texts are literal.
-  set(pattern "Error: ${tag} ")
+  # Status table: the number as raised ("[n]" is the program's own, counted from kErrorBase), the
+  # whole description as a C++ literal (null for any), the status.
+  set(raised "k${name}")
+  if(NOT tag MATCHES "^\\[Unhandled\\]")
+    set(raised "kErrorBase + k${name}")
+  endif()
+  set(literal "nullptr")
   if(NOT description STREQUAL "*")
-    string(APPEND pattern "${description}")
+    string(REPLACE "\\" "\\\\" literal "${description}")
+    string(REPLACE "\"" "\\\"" literal "${literal}")
+    set(literal "L\"${literal}\"")
   endif()
-  foreach(special "\\" "\"" "$" "`")
-    string(REPLACE "${special}" "\\${special}" pattern "${pattern}")
-  endforeach()
-  if(description STREQUAL "*")
-    string(APPEND KW_EXIT_CASES "  \"${pattern}\"*) exit ${status} ;;\n")
-  else()
-    string(APPEND KW_EXIT_CASES "  \"${pattern}\") exit ${status} ;;\n")
-  endif()
+  string(APPEND KW_STATUS_ROWS "    {\"${name}\", ${raised}, ${literal}, ${status}},\n")
 
   # Man page: a tagged paragraph per row.
   set(heading "${tag}")
@@ -68,38 +79,35 @@ foreach(row IN LISTS rows)
   string(REPLACE "-" "\\-" entry "${entry}")
   string(APPEND KW_ERROR_ENTRIES "${entry}")
 endforeach()
-string(REGEX REPLACE "\n$" "" KW_EXIT_CASES "${KW_EXIT_CASES}")
 string(REGEX REPLACE "\n$" "" KW_ERROR_ENTRIES "${KW_ERROR_ENTRIES}")
 
 if(DEFINED HEADER_OUT)
-  string(CONCAT header
-         "// Generated from doc/errors.tsv by cmake/errors_table.cmake at build time.\n"
-         "#ifndef KW_BASE_ERROR_NUMBERS_H_\n#define KW_BASE_ERROR_NUMBERS_H_\n\n"
-         "#include <cstdint>\n\n"
-         "// The numbers of the error lines: AppError(kName, ...) gives \"[n] ...\",\n"
-         "// Error(kName, kProgramSource, ...) gives \"[Unhandled][n] ...\".\n"
-         "namespace kw {\n\n${KW_ERROR_CONSTANTS}\n}  // namespace kw\n\n"
-         "#endif  // KW_BASE_ERROR_NUMBERS_H_\n")
   # Rewritten only when it changes: a new status or description alone rebuilds no code.
-  set(old "")
-  if(EXISTS "${HEADER_OUT}")
-    file(READ "${HEADER_OUT}" old)
-  endif()
-  if(NOT old STREQUAL header)
-    file(WRITE "${HEADER_OUT}" "${header}")
-  endif()
+  string(CONCAT header
+    "// Generated from doc/errors.tsv by cmake/errors_table.cmake at build time.\n"
+    "#ifndef KW_BASE_ERROR_NUMBERS_H_\n#define KW_BASE_ERROR_NUMBERS_H_\n\n"
+    "#include <cstdint>\n\n"
+    "// The numbers of the error lines: AppError(kName, ...) gives \"[n] ...\",\n"
+    "// Error(kName, kProgramSource, ...) gives \"[Unhandled][n] ...\".\n"
+    "namespace kw {\n\n${KW_ERROR_CONSTANTS}\n}  // namespace kw\n\n"
+    "#endif  // KW_BASE_ERROR_NUMBERS_H_\n")
+  kw_write_if_changed("${HEADER_OUT}" "${header}")
 endif()
-if(NOT DEFINED WRAPPER_OUT)
-  return()
+if(DEFINED STATUS_OUT)
+  string(CONCAT header
+    "// Generated from doc/errors.tsv by cmake/errors_table.cmake at build time.\n"
+    "#ifndef KW_FRONTEND_ERROR_STATUSES_H_\n#define KW_FRONTEND_ERROR_STATUSES_H_\n\n"
+    "#include <cstdint>\n\n#include \"base/error.h\"\n#include \"base/error_numbers.h\"\n\n"
+    "namespace kw {\n\n"
+    "/// One row of doc/errors.tsv: its name, the error's number as raised, its whole description\n"
+    "/// (null for any) and the exit status of kestrawind-send.\n"
+    "struct ErrorStatusRow {\n  const char* name;\n  int32_t number;\n"
+    "  const wchar_t* description;\n  int status;\n};\n\n"
+    "/// The rows in the table's order; the first that fits an error wins.\n"
+    "inline constexpr ErrorStatusRow kErrorStatusRows[] = {\n${KW_STATUS_ROWS}};\n\n"
+    "}  // namespace kw\n\n#endif  // KW_FRONTEND_ERROR_STATUSES_H_\n")
+  kw_write_if_changed("${STATUS_OUT}" "${header}")
 endif()
-
-# Generated aside first, then copied into place as an executable.
-get_filename_component(wrapper_dir "${WRAPPER_OUT}" DIRECTORY)
-get_filename_component(wrapper_name "${WRAPPER_OUT}" NAME)
-configure_file("${WRAPPER_IN}" "${wrapper_dir}/generated/${wrapper_name}" @ONLY)
-# file(COPY) skips a file whose copy bears the same time stamp, to the second.
-file(REMOVE "${WRAPPER_OUT}")
-file(COPY "${wrapper_dir}/generated/${wrapper_name}" DESTINATION "${wrapper_dir}"
-     FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ
-                      WORLD_EXECUTE)
-configure_file("${MAN_IN}" "${MAN_OUT}" @ONLY)
+if(DEFINED MAN_OUT)
+  configure_file("${MAN_IN}" "${MAN_OUT}" @ONLY)
+endif()

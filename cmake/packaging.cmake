@@ -1,14 +1,15 @@
-# The wrapper kestrawind-send and the man pages (generated from doc/errors.tsv), the install
-# rules, and the Debian package (cpack -G DEB, see scripts/package).
+# The man pages (kestrawind.1's error list generated from doc/errors.tsv), the install rules, and
+# the Debian package (cpack -G DEB, see scripts/package).
 #
 # Installed layout, for prefix /usr:
 #   /usr/lib/kestrawind/kestrawind            the program
 #   /usr/lib/kestrawind/kestrawind.ini     -> /etc/kestrawind.ini (read beside the real binary)
-#   /usr/lib/kestrawind/kestrawind-send       the wrapper, beside the program it runs
+#   /usr/lib/kestrawind/kestrawind-send       the program for scripts, beside it (the same ini)
 #   /usr/bin/kestrawind                    -> ../lib/kestrawind/kestrawind
 #   /usr/bin/kestrawind-send               -> ../lib/kestrawind/kestrawind-send
 #   /usr/bin/kestrawind-sim                   the simulator
-#   /usr/share/man/man1/kestrawind.1.gz, kestrawind-sim.1.gz, man5/kestrawind.ini.5.gz
+#   /usr/share/man/man1/kestrawind.1.gz, kestrawind-send.1.gz, kestrawind-sim.1.gz,
+#   /usr/share/man/man5/kestrawind.ini.5.gz
 #   /usr/share/doc/kestrawind/README.md, examples/kestrawind.ini, copyright, changelog.gz
 #   /usr/share/lintian/overrides/kestrawind
 #   /etc/kestrawind.ini                       the sample, mode 0640; never overwritten
@@ -34,23 +35,20 @@ set(KW_MAINTAINER "Kestrawind maintainers <kestrawind@example.org>")
 
 # --- Generated files -----------------------------------------------------------------------
 set(KW_ERRORS_TABLE ${CMAKE_SOURCE_DIR}/doc/errors.tsv)
-set(KW_SEND_WRAPPER ${CMAKE_BINARY_DIR}/kestrawind-send)
 set(KW_MAN_DIR ${CMAKE_BINARY_DIR}/man)
 add_custom_command(
-  OUTPUT ${KW_SEND_WRAPPER} ${KW_MAN_DIR}/kestrawind.1
+  OUTPUT ${KW_MAN_DIR}/kestrawind.1
   COMMAND ${CMAKE_COMMAND} -DTABLE=${KW_ERRORS_TABLE}
-          -DWRAPPER_IN=${CMAKE_SOURCE_DIR}/packaging/kestrawind-send.in
-          -DWRAPPER_OUT=${KW_SEND_WRAPPER}
           -DMAN_IN=${CMAKE_SOURCE_DIR}/doc/kestrawind.1.in
           -DMAN_OUT=${KW_MAN_DIR}/kestrawind.1
           -P ${CMAKE_SOURCE_DIR}/cmake/errors_table.cmake
-  DEPENDS ${KW_ERRORS_TABLE} ${CMAKE_SOURCE_DIR}/packaging/kestrawind-send.in
-          ${CMAKE_SOURCE_DIR}/doc/kestrawind.1.in ${CMAKE_SOURCE_DIR}/cmake/errors_table.cmake
-  COMMENT "Generating kestrawind-send and kestrawind.1 from doc/errors.tsv")
+  DEPENDS ${KW_ERRORS_TABLE} ${CMAKE_SOURCE_DIR}/doc/kestrawind.1.in
+          ${CMAKE_SOURCE_DIR}/cmake/errors_table.cmake
+  COMMENT "Generating kestrawind.1 from doc/errors.tsv")
 
-set(KW_MAN_PAGES ${KW_MAN_DIR}/kestrawind.1 ${KW_MAN_DIR}/kestrawind-sim.1
-                 ${KW_MAN_DIR}/kestrawind.ini.5)
-foreach(page kestrawind-sim.1 kestrawind.ini.5)
+set(KW_MAN_PAGES ${KW_MAN_DIR}/kestrawind.1 ${KW_MAN_DIR}/kestrawind-send.1
+                 ${KW_MAN_DIR}/kestrawind-sim.1 ${KW_MAN_DIR}/kestrawind.ini.5)
+foreach(page kestrawind-send.1 kestrawind-sim.1 kestrawind.ini.5)
   add_custom_command(
     OUTPUT ${KW_MAN_DIR}/${page}
     COMMAND ${CMAKE_COMMAND} -E copy ${CMAKE_SOURCE_DIR}/doc/${page} ${KW_MAN_DIR}/${page}
@@ -98,15 +96,12 @@ if(NOT WIN32)
     set(KW_DEBIAN_DOCS ${KW_DEB_DOC_DIR}/${KW_DEB_CHANGELOG}.gz ${KW_DEB_DOC_DIR}/copyright)
   endif()
 endif()
-add_custom_target(kestrawind_docs ALL DEPENDS ${KW_SEND_WRAPPER} ${KW_MAN_PAGES}
-                                              ${KW_INSTALLED_MAN_PAGES} ${KW_DEBIAN_DOCS})
+add_custom_target(kestrawind_docs ALL DEPENDS ${KW_MAN_PAGES} ${KW_INSTALLED_MAN_PAGES}
+                                              ${KW_DEBIAN_DOCS})
 
 if(BUILD_TESTING AND TARGET kestrawind_tests)
   add_dependencies(kestrawind_tests kestrawind_docs)
-  target_compile_definitions(kestrawind_tests PRIVATE
-    KW_SEND_WRAPPER="${KW_SEND_WRAPPER}"
-    KW_ERRORS_TABLE="${KW_ERRORS_TABLE}"
-    KW_SOURCE_DIR="${CMAKE_SOURCE_DIR}")
+  target_compile_definitions(kestrawind_tests PRIVATE KW_SOURCE_DIR="${CMAKE_SOURCE_DIR}")
 endif()
 
 # --- Install rules -------------------------------------------------------------------------
@@ -125,8 +120,8 @@ endif()
 # Debian's multiarch libdir (lib/x86_64-linux-gnu) is for libraries; the program's own folder
 # sits in plain lib/.
 set(KW_PROGRAM_DIR lib/kestrawind)
-install(TARGETS kestrawind DESTINATION ${KW_PROGRAM_DIR})
-install(PROGRAMS ${KW_SEND_WRAPPER} DESTINATION ${KW_PROGRAM_DIR})
+# kestrawind-send reads the same kestrawind.ini beside it; on Windows both land in one folder too.
+install(TARGETS kestrawind kestrawind-send DESTINATION ${KW_PROGRAM_DIR})
 if(TARGET kestrawind-sim)  # the simulator needs pseudo-terminals: POSIX only
   install(TARGETS kestrawind-sim DESTINATION ${CMAKE_INSTALL_BINDIR})
 endif()

@@ -19,7 +19,8 @@ std::string Outcome(const std::function<void()>& step) {
   } catch (const Error& e) {
     const int64_t n = e.number() < 0 ? int64_t{e.number()} - kErrorBase : e.number();
     const std::wstring source = e.source().empty() ? L"" : e.source() + L": ";
-    return "[" + std::to_string(n) + "] " + ToLine(source + e.description());
+    const std::wstring cause = e.cause() == Cause::kNone ? L"" : L" (" + e.CauseText() + L")";
+    return "[" + std::to_string(n) + "] " + ToLine(source + e.description() + cause);
   }
 }
 
@@ -74,10 +75,12 @@ void ExpectRun(const RunCase& c) {
   sim::VirtualRuntime runtime(start);
   ScopedRuntime installed(runtime);
   runtime.set_open_fails(number("openfails"));
+  runtime.set_busy_until_ms(start + number("busy"));
   sim::SimModem modem(scenario);
   runtime.set_peer(&modem);
   SmsSender sender;  // closes its port on the modem, which outlives it
   sender.settings = settings;
+  sender.Link().port_wait_seconds = static_cast<int32_t>(number("wait"));
   const bool unplug = number("unplug");
   sender.on_before_send = [&] {
     if (unplug) sender.Link().is_connected = false, sender.Link().comm->SetPortOpen(false);

@@ -11,8 +11,9 @@
 
 namespace kw::test {
 
-/// "ok", or the error the step raised as "[n] source: description"; the program's own errors
-/// count n from kErrorBase and carry no source, so they read "[n] description".
+/// "ok", or the error the step raised as "[n] source: description", followed by " (cause text)"
+/// when it has a cause; the program's own errors count n from kErrorBase and carry no source, so
+/// they read "[n] description".
 std::string Outcome(const std::function<void()>& step);
 
 /// The error line of a run that a SIGTERM ends.
@@ -29,8 +30,10 @@ struct RunCase {
   /// OpType (01), TextLength (320), SenderNumber (678), Authentication (pw). The modem's result
   /// and how it comes: noanswer, chunks, chunk_gap (ms), lfcr, ring (RING lines before it), late
   /// (the carrier that many ms after it; -1 never). The message: to ("+1 (234) 5") and text
-  /// ("abc"). The run: start (the clock, ms), openfails, stop (a SIGTERM that many ms after the
-  /// start), unplug (the port closes and the link counts as down just before the protocol sends).
+  /// ("abc"). The run: start (the clock, ms), openfails, busy (ms that another holds the port
+  /// from the start), wait (the seconds that the opening waits for it), stop (a SIGTERM that many
+  /// ms after the start), unplug (the port closes and the link counts as down just before the
+  /// protocol sends).
   /// Every other key is an option of the centre behind the modem, whose kind is centre (tap, ucp or
   /// none; tap or ucp after Protocol).
   std::string setup;

@@ -1,6 +1,7 @@
 #include "frontend/main_console.h"
 
 #include <clocale>
+#include <exception>
 #include <memory>
 #include <new>
 #include <vector>
@@ -66,90 +67,101 @@ void ShowUsage(bool extended) {
   g_usage_shown = true;
 }
 
-void Main(IniFile& config) {
-  // Released in this order when Main returns: message, arguments, sender, settings.
-  std::shared_ptr<SmsSettings> settings;
-  std::unique_ptr<SmsSender> sender;
-  std::vector<std::wstring> arguments;
-  std::unique_ptr<SmsMessage> message;
-  std::wstring recipient;
-  std::wstring text;
-
-  try {
-    try {
-      InitConsole();
-      g_log_errors = false;
-      g_log_success = false;
-      g_debug_mode = false;
-
-      arguments = SplitCommandLine(RawCommandLine());
-      for (const std::wstring& argument : arguments) {
-        if (StartsWith(argument, L"/", true)) {
-          ParseOption(argument);
-          continue;
-        }
-        const std::wstring stripped = StripChar(argument, L"\"");
-        if (recipient.empty()) {
-          recipient = TrimBlanks(stripped);
-        } else if (text.empty()) {
-          text = stripped;
-        } else {
-          text += L" " + stripped;
-        }
-      }
-      if (recipient.empty()) {
-        ShowUsage(false);
-        return;
-      }
-      LogDebug(L"Sms Number : " + recipient);
-      LogDebug(L"Sms Message : " + text);
-
-      FileProblem missing;
-      if (!PlainFileExists(config.path(), &missing)) {
-        throw AppError(kConfigFileMissing, L"Configuration file not found.")
-            .WithCause(missing.cause, config.path(), missing.reason);
-      }
-      settings = std::make_shared<SmsSettings>();
-      settings->Load(config);
-      settings->Validate();
-
-      sender = std::make_unique<SmsSender>();
-      sender->settings = settings;
-      message = std::make_unique<SmsMessage>();
-      message->recipient = recipient;
-      message->message = text;
-      // A request to stop that came while the run started up ends it before the port is touched.
-      RaiseIfInterrupted();
-      sender->SendSms(*message);
-
-      const std::wstring success =
-          L"Successfully sent message <" + text + L"> to recipient <" + recipient + L">";
-      if (g_log_success) LogEvent(success, 4, kSentEventId);
-      ConsoleWriteLine(success);
-    } catch (const std::bad_alloc&) {
-      throw Error(kOutOfMemory, kProgramSource, L"Out of memory");
-    } catch (const Error&) {
-      throw;
-    } catch (const std::exception& failure) {
-      throw Error(kInternalError, kProgramSource, L"Internal error: " + FromLocale(failure.what()));
+Request ReadArguments(const std::vector<std::wstring>& arguments) {
+  Request request;
+  for (const std::wstring& argument : arguments) {
+    if (StartsWith(argument, L"/", true)) {
+      ParseOption(argument);
+      continue;
     }
-  } catch (const Error& error) {
-    // From here on further errors are ignored: the line goes out regardless.
-    if (error.cause() != Cause::kNone) {
-      try {
-        LogDebug(L"Cause: " + error.CauseText());
-      } catch (...) {
-      }
-    }
-    const std::wstring line = ErrorLine(error);
-    ConsoleWriteLine(line);
-    if (g_log_errors) {
-      try {
-        LogEvent(line, 1, FailureEventId(error));
-      } catch (...) {
-      }
+    const std::wstring stripped = StripChar(argument, L"\"");
+    if (request.recipient.empty()) {
+      request.recipient = TrimBlanks(stripped);
+    } else if (request.text.empty()) {
+      request.text = stripped;
+      request.has_text = true;
+    } else {
+      request.text += L" " + stripped;
     }
   }
+  return request;
+}
+
+void Deliver(IniFile& config, const Request& request, int32_t port_wait_seconds) {
+  // Released in this order when it returns: message, sender, settings.
+  LogDebug(L"Sms Number : " + request.recipient);
+  LogDebug(L"Sms Message : " + request.text);
+
+  FileProblem missing;
+  if (!PlainFileExists(config.path(), &missing)) {
+    throw AppError(kConfigFileMissing, L"Configuration file not found.")
+        .WithCause(missing.cause, config.path(), missing.reason);
+  }
+  auto settings = std::make_shared<SmsSettings>();
+  settings->Load(config);
+  settings->Validate();
+
+  auto sender = std::make_unique<SmsSender>();
+  sender->settings = settings;
+  sender->Link().port_wait_seconds = port_wait_seconds;
+  auto message = std::make_unique<SmsMessage>();
+  message->recipient = request.recipient;
+  message->message = request.text;
+  // A request to stop that came while the run started up ends it before the port is touched.
+  RaiseIfInterrupted();
+  sender->SendSms(*message);
+
+  const std::wstring success = L"Successfully sent message <" + request.text + L"> to recipient <" +
+                               request.recipient + L">";
+  if (g_log_success) LogEvent(success, 4, kSentEventId);
+  ConsoleWriteLine(success);
+}
+
+std::optional<Error> Attempt(const std::function<void()>& step) {
+  try {
+    step();
+    return std::nullopt;
+  } catch (const std::bad_alloc&) {
+    return Error(kOutOfMemory, kProgramSource, L"Out of memory");
+  } catch (const Error& error) {
+    return error;
+  } catch (const std::exception& failure) {
+    return Error(kInternalError, kProgramSource, L"Internal error: " + FromLocale(failure.what()));
+  }
+}
+
+void ReportFailure(const Error& error) {
+  // From here on further errors are ignored: the line goes out regardless.
+  if (error.cause() != Cause::kNone) {
+    try {
+      LogDebug(L"Cause: " + error.CauseText());
+    } catch (...) {
+    }
+  }
+  const std::wstring line = ErrorLine(error);
+  ConsoleWriteLine(line);
+  if (g_log_errors) {
+    try {
+      LogEvent(line, 1, FailureEventId(error));
+    } catch (...) {
+    }
+  }
+}
+
+void Main(IniFile& config) {
+  const std::optional<Error> failure = Attempt([&config] {
+    InitConsole();
+    g_log_errors = false;
+    g_log_success = false;
+    g_debug_mode = false;
+    const Request request = ReadArguments(SplitCommandLine(RawCommandLine()));
+    if (request.recipient.empty()) {
+      ShowUsage(false);
+      return;
+    }
+    Deliver(config, request, 0);
+  });
+  if (failure) ReportFailure(*failure);
 }
 
 int RunProgram() {

@@ -13,6 +13,8 @@ namespace {
 
 /// Seconds that the carrier may take to come up after "CONNECT".
 constexpr int64_t kCarrierWaitSeconds = 30;
+/// How often a held port is tried again while the opening waits for it.
+constexpr int kPortRetryMs = 250;
 
 /// What OnCommEvent writes for each event that only gets logged.
 const wchar_t* EventLine(int16_t event) {
@@ -61,12 +63,7 @@ void Modem::DialSmsCenter(const std::wstring& sms_center_number) {
   const std::wstring dial_string = L"ATDT" + TrimBlanks(sms_center_number) + L"\r";
 
   if (comm->PortOpen()) comm->SetPortOpen(false);
-  try {
-    comm->SetPortOpen(true);
-  } catch (const Error&) {
-    throw AppError(kPortOpenFailed,
-                   L"Error opening com port. Make sure no other application is using this port.");
-  }
+  OpenPort();
 
   // Both steps run even when the first fails; the last failure is the one reported.
   bool failed = false;
@@ -116,6 +113,33 @@ void Modem::DialSmsCenter(const std::wstring& sms_center_number) {
   } else {
     is_connected = false;
     LogDebug(L"Unable to connect to provider.");
+  }
+}
+
+void Modem::OpenPort() {
+  Runtime& runtime = CurrentRuntime();
+  const int64_t start = runtime.NowSeconds();
+  for (bool told = false;; told = true) {
+    try {
+      comm->SetPortOpen(true);
+      return;
+    } catch (const Error& e) {
+      // Only a port that another holds frees itself. The wait counts whole seconds of the clock,
+      // as the time-outs do: it lasts at least the seconds asked for, and under a second more.
+      if (e.cause() != Cause::kBusy || port_wait_seconds <= 0 ||
+          runtime.NowSeconds() - start > port_wait_seconds) {
+        throw AppError(kPortOpenFailed,
+                       L"Error opening com port. Make sure no other application is using this "
+                       L"port.")
+            .CausedBy(e);
+      }
+      if (!told) {
+        LogDebug(L"Waiting up to " + std::to_wstring(port_wait_seconds) +
+                 L" seconds for the port: " + e.CauseText());
+      }
+    }
+    // A request to stop ends this wait as it ends any other.
+    runtime.Sleep(kPortRetryMs);
   }
 }
 

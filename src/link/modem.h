@@ -25,6 +25,8 @@ class Modem {
   bool is_connected = false;
   /// Seconds that the modem may take to answer the dial.
   int16_t connection_timeout = 0;
+  /// Seconds that opening the port waits while another run or program holds it; 0 fails at once.
+  int32_t port_wait_seconds = 0;
   /// A line holding "NO CARRIER" came in since the flag was last cleared.
   bool hang_up_detected = false;
   /// The serial component; made by Initialize.
@@ -49,6 +51,10 @@ class Modem {
   void OnCommEvent();
 
  private:
+  /// Opens the port, trying again while it is held until port_wait_seconds have passed; raises
+  /// 520 with the cause of the last failure.
+  void OpenPort();
+
   int32_t pending_error_number_ = 0;
   std::wstring pending_error_description_;
   std::wstring pending_error_source_;

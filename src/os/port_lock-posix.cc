@@ -57,6 +57,17 @@ pid_t ParsePid(const std::string& text) {
 
 namespace {
 
+/// The process id that the lock file at the path names; -1 for none.
+pid_t LockFilePid(const std::string& path) {
+  const int fd = RetryOnEintr(
+      [&] { return ::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC); });
+  if (fd < 0) return -1;
+  char buffer[64];
+  const ssize_t n = RetryOnEintr([&] { return ::read(fd, buffer, sizeof buffer); });
+  ::close(fd);
+  return ParsePid(n > 0 ? std::string(buffer, static_cast<size_t>(n)) : "");
+}
+
 /// Whether the process exists; one of another user (EPERM) does too.
 bool Alive(pid_t pid) { return ::kill(pid, 0) == 0 || errno == EPERM; }
 
@@ -190,6 +201,8 @@ PortLock::Result PortLock::Take(const std::string& device) {
     }
   }
   ::unlink(temp.c_str());
+  held_file_ = result == Result::kHeld ? path : std::string();
+  holder_ = result == Result::kHeld ? LockFilePid(path) : -1;
   if (result == Result::kTaken) {
     path_ = path;
     fd_ = fd;

@@ -50,12 +50,18 @@ class PortLock {
   const std::string& folder() const { return folder_; }
   /// The stale lock file that the last Take left standing, or "".
   const std::string& stale_file() const { return stale_; }
+  /// After a Take that found the device held: the lock file, and the process id that it names
+  /// (-1 for none).
+  const std::string& held_file() const { return held_file_; }
+  pid_t holder() const { return holder_; }
 
  private:
   std::string folder_;
   std::string path_;   ///< the lock file we hold, "" for none
   std::string stale_;  ///< see stale_file()
   int fd_ = -1;        ///< open on our lock file and flock'ed, so that we are seen as its holder
+  std::string held_file_;
+  pid_t holder_ = -1;
 };
 
 }  // namespace kw

@@ -11,6 +11,7 @@
 #include "os/interrupt-posix.h"
 #include "os/serial_core.h"
 #include "os/serial_errors.h"
+#include "os/system_error.h"
 
 namespace kw {
 namespace {
@@ -21,6 +22,33 @@ constexpr int64_t kDrainLimitMs = 500;
 constexpr int kDrainLookMs = 10;
 /// How soon a wait looks again at the modem-control lines, whose changes wake no poll(2) either.
 constexpr int kLineLookMs = 100;
+
+/// What an errno of open(2) on the device says about it.
+Cause OpenCause(int error) {
+  switch (error) {
+    case ENOENT:
+    case ENOTDIR:
+    case ENODEV:
+    case ENXIO:
+      return Cause::kMissing;
+    case EACCES:
+    case EPERM:
+      return Cause::kNoPermission;
+    case EBUSY:  // another run holds it with TIOCEXCL, and we are not root
+      return Cause::kBusy;
+    case EISDIR:
+      return Cause::kNotAPort;
+    default:
+      return Cause::kOther;
+  }
+}
+
+/// Who holds the lock file that kept us out, as far as its text tells.
+std::wstring LockHolder(const PortLock& lock) {
+  const std::wstring file = L" (lock file " + FromLocale(lock.held_file()) + L")";
+  if (lock.holder() > 0) return L"in use by process " + std::to_wstring(lock.holder()) + file;
+  return L"in use by another program" + file;
+}
 
 /// The monotonic clock in milliseconds.
 int64_t MonotonicMs() {
@@ -119,13 +147,17 @@ class PosixSerialComm final : public SerialCore, public PollSource {
 void PosixSerialComm::OpenDevice(int16_t port, bool rts_high) {
   const std::string path = device_for_port_ ? device_for_port_(port) : std::string();
   if (path.empty()) throw InvalidPort();
+  // Each failure names the device as the settings wrote it, and the system's reason.
+  const std::wstring device = FromLocale(path);
 
   // Other serial programs mark a port in use with a lock file and never look at flock. The lock
   // comes before the open, so that a run which loses never touches the device: on a pty even a
   // bare open and close would disturb the call of the run that holds it.
   PortLock lock(lock_.folder());
   const PortLock::Result locked = lock.Take(path);
-  if (locked == PortLock::Result::kHeld) throw PortAlreadyOpen();
+  if (locked == PortLock::Result::kHeld) {
+    throw PortAlreadyOpen().WithCause(Cause::kBusy, device, LockHolder(lock));
+  }
   if (locked == PortLock::Result::kUnavailable && OnNotice) {
     OnNotice(L"No lock file: " + FromLocale(lock_.folder()) +
              L" can't be written; the port is kept by flock alone.");
@@ -141,23 +173,30 @@ void PosixSerialComm::OpenDevice(int16_t port, bool rts_high) {
              }),
              calls_);
   if (fd.get() < 0) {
-    // EBUSY: another run holds the port with TIOCEXCL and we are not root.
-    if (errno == EBUSY) throw PortAlreadyOpen();
-    throw InvalidPort();
+    const int error = errno;
+    const Cause cause = OpenCause(error);
+    throw(cause == Cause::kBusy ? PortAlreadyOpen() : InvalidPort())
+        .WithCause(cause, device, SystemErrorText(error));
   }
   // The lock comes before anything touches the port: a second run must leave the first run's
   // line exactly as it is (no settings, no DTR change, no flush, no byte). TIOCEXCL alone
   // doesn't keep out root; flock does. (Some drivers raise DTR in open() itself; nothing
   // can come before that.)
   if (RetryOnEintr([&] { return calls_.flock(fd.get(), LOCK_EX | LOCK_NB); }) != 0) {
-    if (errno == EWOULDBLOCK) throw PortAlreadyOpen();
-    throw InvalidPort();
+    if (errno == EWOULDBLOCK) {
+      // As terminal programs hold a port: no lock file, only the flock.
+      throw PortAlreadyOpen().WithCause(Cause::kBusy, device,
+                                        L"in use by another program (held with flock)");
+    }
+    throw InvalidPort().WithCause(Cause::kOther, device, SystemErrorText(errno));
   }
-  if (!calls_.isatty(fd.get())) throw InvalidPort();
+  if (!calls_.isatty(fd.get())) {
+    throw InvalidPort().WithCause(Cause::kNotAPort, device, SystemErrorText(ENOTTY));
+  }
 
   termios original{};
   if (RetryOnEintr([&] { return calls_.tcgetattr(fd.get(), &original); }) != 0) {
-    throw SetStateFailed();
+    throw SetStateFailed().WithCause(Cause::kOther, device, SystemErrorText(errno));
   }
   termios line = original;
   ::cfmakeraw(&line);
@@ -172,7 +211,7 @@ void PosixSerialComm::OpenDevice(int16_t port, bool rts_high) {
   line.c_cc[VMIN] = 0;
   line.c_cc[VTIME] = 0;
   if (RetryOnEintr([&] { return calls_.tcsetattr(fd.get(), TCSANOW, &line); }) != 0) {
-    throw SetStateFailed();
+    throw SetStateFailed().WithCause(Cause::kOther, device, SystemErrorText(errno));
   }
   // A pty keeps what its master wrote while nobody had the port open; that belongs to nobody.
   RetryOnEintr([&] { return calls_.tcflush(fd.get(), TCIFLUSH); });

@@ -16,6 +16,18 @@
 
 namespace kw {
 
+/// The error that the call raises as "number cause: subject: reason"; "0" when it raises none.
+template <typename Call>
+std::string RaisedWithCause(Call call) try {
+  call();
+  return "0";
+} catch (const Error& e) {
+  const char* const kCauses[] = {"none",    "missing", "not a port", "no permission", "busy",
+                                 "unknown", "refused", "timed out",  "bad address",   "other"};
+  return std::to_string(e.number()) + " " + kCauses[static_cast<int>(e.cause())] + ": " +
+         ToLine(e.CauseText());
+}
+
 /// A pseudo-terminal whose slave is the serial port of a system runtime.
 struct PosixSerialCommTest : testing::Test {
   PosixSerialCommTest() { grantpt(master), unlockpt(master), fcntl(master, F_SETFL, O_NONBLOCK); }
@@ -119,14 +131,24 @@ TEST_F(PosixSerialCommTest, HoldsTheLineAloneClosesWithHangUpAndFailsOnWhatIsNot
     auto comm = NewPosixSerialComm(
         *runtime, [&](int16_t) { return device; }, lock_folder.string());
     comm->OnNotice = [&](const std::wstring&) { ++notes; };
-    return Raised([&] { comm->SetPortOpen(true); });
+    return RaisedWithCause([&] { comm->SetPortOpen(true); });
   };
-  for (const char* device : {"/nonexistent/ttyKW0", "/dev/null", ""})
-    EXPECT_EQ(open(device, locks.path), 8002) << device;
-  EXPECT_EQ(open(slave, locks.path), 8005);
-  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(locks.path), {}), 1);  // none left
+  const std::string lock_file = (locks.path / PortLockName(slave)).string();
+  const std::pair<std::string, std::string> failures[] = {
+      {"/nonexistent/ttyKW0", "8002 missing: /nonexistent/ttyKW0: No such file or directory"},
+      {"/dev/null", "8002 not a port: /dev/null: Inappropriate ioctl for device"},
+      {"/", "8002 not a port: /: Is a directory"},
+      {"", "8002 none: "},
+      {slave, "8005 busy: " + slave + ": in use by process " + std::to_string(getppid()) +
+                  " (lock file " + lock_file + ")"}};
+  for (const auto& [device, raised] : failures) EXPECT_EQ(open(device, locks.path), raised);
+  std::ofstream(lock_file) << "";  // fresh and empty: its writer may not have finished
+  EXPECT_EQ(open(slave, locks.path),
+            "8005 busy: " + slave + ": in use by another program (lock file " + lock_file + ")");
+  std::filesystem::remove(lock_file);
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(locks.path), {}), 0);  // none left
   EXPECT_EQ(notes, 0);
-  EXPECT_EQ(open(slave, "/nonexistent"), 0);  // and the close left the port free
+  EXPECT_EQ(open(slave, "/nonexistent"), "0");  // and the close left the port free
   EXPECT_EQ(notes, 1);
 }
 
@@ -241,15 +263,27 @@ TEST_F(PosixSerialCommTest, ModemLineChangesRaiseTheirEventsInOrderUntilAHandler
   EXPECT_EQ(events, "135+346+5-4--");
 }
 
-// A step of the opening that fails, through the system calls, gives its error (a port that
-// another holds, one that is no port, settings that can't be made), and leaves the port free.
+// A step of the opening that fails, through the system calls, gives its error with its cause (a
+// port that another holds, one that is missing or no port, one that the user may not open,
+// settings that can't be made), and leaves the port free.
 TEST_F(PosixSerialCommTest, AnOpeningThatFailsAtAnyStepGivesItsErrorAndLeavesThePortFree) {
   const struct {
     std::string call;
     int error;
-    int32_t raised;
-  } rows[] = {{"open", EBUSY, 8005},   {"open", EACCES, 8002},   {"flock", EWOULDBLOCK, 8005},
-              {"flock", ENOLCK, 8002}, {"tcgetattr", EIO, 8015}, {"tcsetattr", EIO, 8015}};
+    std::string raised;  // the slave's path follows the cause
+  } rows[] = {{"open", EBUSY, "8005 busy: Device or resource busy"},
+              {"open", EACCES, "8002 no permission: Permission denied"},
+              {"open", EPERM, "8002 no permission: Operation not permitted"},
+              {"open", ENOENT, "8002 missing: No such file or directory"},
+              {"open", ENOTDIR, "8002 missing: Not a directory"},
+              {"open", ENODEV, "8002 missing: No such device"},
+              {"open", ENXIO, "8002 missing: No such device or address"},
+              {"open", EISDIR, "8002 not a port: Is a directory"},
+              {"open", EIO, "8002 other: Input/output error"},
+              {"flock", EWOULDBLOCK, "8005 busy: in use by another program (held with flock)"},
+              {"flock", ENOLCK, "8002 other: No locks available"},
+              {"tcgetattr", EIO, "8015 other: Input/output error"},
+              {"tcsetattr", EIO, "8015 other: Input/output error"}};
   for (const auto& row : rows) {
     // Whether this is the call that fails; it then leaves the row's errno.
     const auto fails = [&](const std::string& call) {
@@ -272,7 +306,9 @@ TEST_F(PosixSerialCommTest, AnOpeningThatFailsAtAnyStepGivesItsErrorAndLeavesThe
     };
     auto comm = NewPosixSerialComm(
         *runtime, [&](int16_t) { return slave; }, SystemPortLockFolder(), calls);
-    EXPECT_EQ(Raised([&] { comm->SetPortOpen(true); }), row.raised) << row.call << row.error;
+    std::string want = row.raised;
+    want.insert(want.find(": ") + 2, slave + ": ");
+    EXPECT_EQ(RaisedWithCause([&] { comm->SetPortOpen(true); }), want) << row.call;
     EXPECT_EQ(Raised([&] { runtime->NewSerialComm()->SetPortOpen(true); }), 0) << row.call;
   }
 }

@@ -9,6 +9,7 @@
 #include "os/interrupt-win32.h"
 #include "os/serial_core.h"
 #include "os/serial_errors.h"
+#include "os/system_error.h"
 
 namespace kw {
 namespace {
@@ -26,6 +27,27 @@ std::wstring PortMutexName(const std::wstring& device) {
   for (wchar_t& c : name) c = c == L'\\' ? L'/' : static_cast<wchar_t>(std::towupper(c));
   // Global: a run in another session (a scheduled task, a service) is kept out as well.
   return L"Global\\Kestrawind.Port." + name;
+}
+
+// What a failed CreateFileW of the device says about it. A COM port that another program has
+// open answers "access denied"; so does a folder, which is no port.
+Cause OpenCause(DWORD error, const std::wstring& path) {
+  switch (error) {
+    case ERROR_FILE_NOT_FOUND:
+    case ERROR_PATH_NOT_FOUND:
+    case ERROR_INVALID_NAME:
+      return Cause::kMissing;
+    case ERROR_ACCESS_DENIED: {
+      const DWORD attributes = ::GetFileAttributesW(path.c_str());
+      const bool folder =
+          attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+      return folder ? Cause::kNotAPort : Cause::kBusy;
+    }
+    case ERROR_SHARING_VIOLATION:
+      return Cause::kBusy;
+    default:
+      return Cause::kOther;
+  }
 }
 
 // Closes a handle unless it is handed over.
@@ -106,10 +128,15 @@ void Win32SerialComm::OpenDevice(int16_t port, bool rts_high) {
   // does not, and neither keeps out an opener of the same device under another path.
   HandleGuard mutex(::CreateMutexW(nullptr, TRUE, PortMutexName(path).c_str()), nullptr);
   if (mutex.get() == nullptr) {
-    if (::GetLastError() == ERROR_ACCESS_DENIED) throw PortAlreadyOpen();  // held by another user
-    throw InvalidPort();
+    const DWORD error = ::GetLastError();
+    if (error == ERROR_ACCESS_DENIED) {
+      throw PortAlreadyOpen().WithCause(Cause::kBusy, path, L"in use by a run of another user");
+    }
+    throw InvalidPort().WithCause(Cause::kOther, path, SystemErrorText(static_cast<int>(error)));
   }
-  if (::GetLastError() == ERROR_ALREADY_EXISTS) throw PortAlreadyOpen();
+  if (::GetLastError() == ERROR_ALREADY_EXISTS) {
+    throw PortAlreadyOpen().WithCause(Cause::kBusy, path, L"in use by another run");
+  }
 
   // Share mode 0: nobody else may open the device while we hold it.
   HandleGuard device(::CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
@@ -117,13 +144,17 @@ void Win32SerialComm::OpenDevice(int16_t port, bool rts_high) {
                      INVALID_HANDLE_VALUE);
   if (device.get() == INVALID_HANDLE_VALUE) {
     const DWORD error = ::GetLastError();
-    if (error == ERROR_ACCESS_DENIED || error == ERROR_SHARING_VIOLATION) throw PortAlreadyOpen();
-    throw InvalidPort();
+    const Cause cause = OpenCause(error, path);
+    throw(cause == Cause::kBusy ? PortAlreadyOpen() : InvalidPort())
+        .WithCause(cause, path, SystemErrorText(static_cast<int>(error)));
   }
   // A plain file or a pipe has no comm state: it is no port.
   DCB line{};
   line.DCBlength = sizeof line;
-  if (!::GetCommState(device.get(), &line)) throw InvalidPort();
+  if (!::GetCommState(device.get(), &line)) {
+    const int error = static_cast<int>(::GetLastError());
+    throw InvalidPort().WithCause(Cause::kNotAPort, path, SystemErrorText(error));
+  }
   line.BaudRate = CBR_9600;
   line.ByteSize = 8;
   line.Parity = NOPARITY;
@@ -141,7 +172,10 @@ void Win32SerialComm::OpenDevice(int16_t port, bool rts_high) {
   line.fNull = FALSE;
   line.fRtsControl = rts_high ? RTS_CONTROL_ENABLE : RTS_CONTROL_DISABLE;
   line.fAbortOnError = FALSE;
-  if (!::SetCommState(device.get(), &line)) throw SetStateFailed();
+  if (!::SetCommState(device.get(), &line)) {
+    const int error = static_cast<int>(::GetLastError());
+    throw SetStateFailed().WithCause(Cause::kOther, path, SystemErrorText(error));
+  }
   // Reads hand over at once what is there (the waiting is done by looking a few times a
   // second); a write that the device doesn't take within seconds fails instead of hanging.
   COMMTIMEOUTS timeouts{};
@@ -150,7 +184,10 @@ void Win32SerialComm::OpenDevice(int16_t port, bool rts_high) {
   timeouts.ReadTotalTimeoutConstant = 0;
   timeouts.WriteTotalTimeoutMultiplier = 2;
   timeouts.WriteTotalTimeoutConstant = 2000;
-  if (!::SetCommTimeouts(device.get(), &timeouts)) throw SetStateFailed();
+  if (!::SetCommTimeouts(device.get(), &timeouts)) {
+    const int error = static_cast<int>(::GetLastError());
+    throw SetStateFailed().WithCause(Cause::kOther, path, SystemErrorText(error));
+  }
   // Some drivers leave DTR as the last closer left it; raise it by hand as well. A device
   // without the line refuses, which changes nothing.
   ::EscapeCommFunction(device.get(), SETDTR);

@@ -63,7 +63,10 @@ void SerialCore::SetPortOpen(bool open) {
 
 void SerialCore::Open() {
   if (open_) throw PortAlreadyOpen();
-  if (port_ < 1) throw InvalidPort();
+  if (port_ < 1) {
+    throw InvalidPort().WithCause(Cause::kBadAddress, L"Port=" + std::to_wstring(port_),
+                                  L"ports are numbered from 1");
+  }
   OpenDevice(port_, rts_enable_);
   Restart(true);
   comm_event_ = 0;

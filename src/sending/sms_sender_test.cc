@@ -14,6 +14,7 @@ const std::string kNoCarrier = "[524] There is no carrier." + kCables;
 const std::string kTimedOut = "[523] Connection timed out. No response from Modem.";
 const std::string kCantOpen =
     "[520] Error opening com port. Make sure no other application is using this port.";
+const std::string kHeld = " (COM1: in use by another run)";
 
 // A dial the modem refuses or leaves unanswered ends before the link is up: nothing follows the
 // dial, not even a hang-up. Time-outs count whole seconds of the clock, so they end at the next
@@ -44,6 +45,12 @@ TEST(DialTest, ResultLinesTimeOutsCarrierAndRefusals) {
       {"to=call me", "[581] No recipient specified.", 0, ""},
       {"DialPrefix=(;SmsCenterNumber=1-2", "[582] There is no smsc provider specified.", 0, ""},
       {"DialPrefix=0,00;SmsCenterNumber=;openfails", kCantOpen, 0, ""},
+      // A port that another holds is tried again, four times a second, until the wait is over;
+      // it lasts at least the seconds asked for, and a request to stop ends it.
+      {"busy=1600;wait=2", "ok", 5000, kSent},
+      {"busy=9000;wait=2", kCantOpen + kHeld, 3000, ""},
+      {"busy=9000", kCantOpen + kHeld, 0, ""},
+      {"busy=9000;wait=5;stop=1100", test::kStopped, 1100, ""},
       {"ConnectionTimeout=soon", "[13] Kestrawind: Type mismatch", 0, ""},
       {"ConnectionTimeout=40000", "[6] Kestrawind: Overflow", 0, ""},
   };

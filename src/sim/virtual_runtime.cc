@@ -123,6 +123,10 @@ void FakeComm::SetPortOpen(bool open) {
   }
   if (open) {
     if (runtime_.open_fails()) throw Error(8002, kProgramSource, L"Invalid port number");
+    if (runtime_.now_ms() < runtime_.busy_until_ms()) {
+      throw Error(8005, kProgramSource, L"Port already open")
+          .WithCause(Cause::kBusy, L"COM" + std::to_wstring(port_), L"in use by another run");
+    }
     open_ = true;
     ++generation_;
     input_.clear();

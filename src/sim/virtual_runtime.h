@@ -43,6 +43,9 @@ class VirtualRuntime : public Runtime {
   /// Makes the next openings of a port fail, as a missing or held device does.
   void set_open_fails(bool fails) { open_fails_ = fails; }
   bool open_fails() const { return open_fails_; }
+  /// Makes the openings of a port fail as held by another until the clock reaches at_ms.
+  void set_busy_until_ms(int64_t at_ms) { busy_until_ms_ = at_ms; }
+  int64_t busy_until_ms() const { return busy_until_ms_; }
   Peer* peer() const { return peer_; }
   /// The port that is open now; a timed peer acts on its line.
   void set_open_comm(FakeComm* comm) { open_comm_ = comm; }
@@ -70,6 +73,7 @@ class VirtualRuntime : public Runtime {
   Peer* peer_ = nullptr;
   FakeComm* open_comm_ = nullptr;
   bool open_fails_ = false;
+  int64_t busy_until_ms_ = 0;
   std::vector<std::string> transcript_;
 };
 

@@ -117,6 +117,11 @@ Rig::Rig(const std::vector<std::string>& sim_args, const std::string& name) {
   const bool wine = UnderWine();
   std::filesystem::copy_file(wine ? Env("KW_WINE_PROGRAM") : KW_BINARY,
                              File(wine ? "kestrawind.exe" : "kestrawind"));
+  // The Windows kestrawind-send is built beside the Windows kestrawind.
+  const std::string wine_send =
+      std::filesystem::path(Env("KW_WINE_PROGRAM")).replace_filename("kestrawind-send.exe");
+  std::filesystem::copy_file(wine ? wine_send : KW_SEND_BINARY,
+                             File(wine ? "kestrawind-send.exe" : "kestrawind-send"));
   if (sim_args.empty()) return;
   std::vector<std::string> argv = {KW_SIM_BINARY, "--transcript", File("transcript.txt")};
   argv.insert(argv.end(), sim_args.begin(), sim_args.end());
@@ -153,13 +158,14 @@ void Rig::WriteIni(const std::string& bytes) const {
 RunResult Rig::Run(const std::vector<std::string>& args, const RunOptions& options) const {
   static std::atomic<int> runs{0};
   const std::string base = File("run" + std::to_string(++runs));
-  std::vector<std::string> argv = {options.program.empty() ? File("kestrawind") : options.program};
+  const std::string name = options.send ? "kestrawind-send" : "kestrawind";
+  std::vector<std::string> argv = {options.program.empty() ? File(name) : options.program};
   argv.insert(argv.end(), args.begin(), args.end());
   if (UnderWine() && options.program.empty()) {
     // Wine would re-quote a Unix argv: the launcher hands the program this raw line instead.
     std::vector<std::wstring> wide;
     for (const std::string& arg : args) wide.push_back(FromLocale(arg));
-    std::wstring line = L"\"" + FromLocale(ProgramPath(File("kestrawind.exe"))) + L"\"";
+    std::wstring line = L"\"" + FromLocale(ProgramPath(File(name + ".exe"))) + L"\"";
     if (!wide.empty()) line += L" " + BuildRawCommandLine(wide);
     std::string utf16;
     for (wchar_t c : line) utf16 += {static_cast<char>(c & 0xFF), static_cast<char>(c >> 8)};

@@ -30,12 +30,14 @@ struct RunOptions {
   std::string program = "";
   /// A descriptor for standard output in place of a file (out is then "").
   int out = -1;
+  /// Runs the folder's kestrawind-send in place of its kestrawind.
+  bool send = false;
 };
 
-/// A fresh folder under /tmp with a copy of the program in it (the Windows program under Wine)
-/// and, given simulator arguments, a kestrawind-sim on a pty that writes transcript.txt there;
-/// given a name, the folder is one of that name inside the fresh one. The destructor stops the
-/// simulator and removes the folder.
+/// A fresh folder under /tmp with copies of kestrawind and kestrawind-send in it (the Windows
+/// programs under Wine) and, given simulator arguments, a kestrawind-sim on a pty that writes
+/// transcript.txt there; given a name, the folder is one of that name inside the fresh one. The
+/// destructor stops the simulator and removes the folder.
 class Rig {
  public:
   explicit Rig(const std::vector<std::string>& sim_args = {}, const std::string& name = "");

@@ -1,5 +1,5 @@
 // The real program among other processes on Linux: signals, the system logger, readers of its
-// output, a lock folder that can't be written, and the kestrawind-send wrapper around it.
+// output, a lock folder that can't be written.
 #include <fcntl.h>
 #include <grp.h>
 #include <poll.h>
@@ -14,8 +14,6 @@
 #include <fstream>
 #include <functional>
 #include <regex>
-#include <set>
-#include <sstream>
 #include <thread>
 
 #include "e2e/harness.h"
@@ -252,82 +250,6 @@ TEST(ProcessE2E, SendGoesOnWhereOutputOrTheLockFolderFails) {
               std::string("ATDT") + kCentre +
                   "<CR><CR><ESC>PG1<CR><STX>0612345678<CR>hello<CR><ETX>43=<CR>ATH")
         << transcript;
-  }
-}
-
-/// The rows of doc/errors.tsv: name, tag, description ("*" for any), exit status.
-std::vector<std::vector<std::string>> ErrorTable() {
-  std::vector<std::vector<std::string>> rows;
-  std::istringstream lines(ReadFile(KW_ERRORS_TABLE));
-  for (std::string line; std::getline(lines, line);) {
-    if (line.empty() || line[0] == '#') continue;
-    std::istringstream fields(line);
-    rows.emplace_back(4);
-    for (std::string& field : rows.back()) std::getline(fields, field, '\t');
-  }
-  return rows;
-}
-
-TEST(SendWrapperTest, TableHoldsExactlyTheErrorsThatTheProgramRaises) {
-  std::set<std::string> raised, table;
-  // AppError(kName, ...) is shown as [n], Error(kName, kProgramSource, ...) as [Unhandled][n]; a
-  // bare number has no row.
-  const std::regex raise(R"((App)?Error\((\w+),\s*(kProgramSource)?)");
-  for (const auto& entry :
-       std::filesystem::recursive_directory_iterator(std::string(KW_SOURCE_DIR) + "/src")) {
-    const std::string path = entry.path().string();
-    // Not the simulator nor tests; the serial errors reach the user only inside 520 and 521.
-    if (entry.path().extension() != ".cc" || path.find("/src/sim/") != std::string::npos ||
-        path.find("_test.cc") != std::string::npos ||
-        path.find("serial_errors") != std::string::npos) {
-      continue;
-    }
-    const std::string code = ReadFile(path);
-    for (std::sregex_iterator m(code.begin(), code.end(), raise), end; m != end; ++m) {
-      if ((*m)[1].matched) raised.insert("[" + (*m)[2].str() + "]");
-      if ((*m)[3].matched) raised.insert("[Unhandled][" + (*m)[2].str() + "]");
-    }
-  }
-  for (const auto& row : ErrorTable()) {
-    const bool unhandled = row[1].rfind("[Unhandled]", 0) == 0;
-    table.insert((unhandled ? "[Unhandled][k" : "[k") + row[0] + "]");
-  }
-  EXPECT_GT(raised.size(), 30u);  // the scan found the sources
-  EXPECT_EQ(raised, table);
-}
-
-TEST(SendWrapperE2E, EachLineGivesItsStatusAndPassesThroughByteForByte) {
-  // Behind a /DEBUG line, as the program prints them: only the last line decides.
-  const std::string debug = "23.11.2026 12:00:00\tSending : ATDT0800123456<CR>\r\n";
-  std::vector<std::pair<std::string, int>> cases = {
-      {"Successfully sent message <two\nlines> to recipient <0612>\r\n", 0},
-      {"Kestrawind - Sends an sms message\r\n\r\n  /?   Shows advanced syntax.", 64},
-      {"Error: [599] An error this table does not know\r\n", 70},
-      {"Error: [536] A description no row names\r\n", 70},
-      {"", 70},
-  };
-  for (const auto& row : ErrorTable()) {
-    cases.push_back({debug + "Error: " + row[1] + " " + (row[2] == "*" ? "any" : row[2]) + "\r\n",
-                     std::stoi(row[3])});
-  }
-  Rig rig({"--centre", "tap"});
-  rig.WriteIni(rig.Ini("TAP"));
-  std::filesystem::copy_file(KW_SEND_WRAPPER, rig.File("kestrawind-send"));
-  RunOptions wrapper;
-  wrapper.program = rig.File("kestrawind-send");
-  const RunResult sent = rig.Run({"0612345678", "hi"}, wrapper);  // the real program
-  EXPECT_EQ(sent.out, "Successfully sent message <hi> to recipient <0612345678>\r\n");
-  EXPECT_EQ(sent.status, 0);
-  // Then a stand-in for the program that prints out.bin.
-  std::filesystem::remove(rig.File("kestrawind"));
-  std::ofstream(rig.File("kestrawind")) << "#!/bin/sh\ncat \"${0%/*}/out.bin\"\n";
-  std::filesystem::permissions(rig.File("kestrawind"), std::filesystem::perms::owner_all);
-  for (const auto& [out, status] : cases) {
-    SCOPED_TRACE(out);
-    std::ofstream(rig.File("out.bin"), std::ios::binary) << out;
-    const RunResult result = rig.Run({"0612", "hi"}, wrapper);
-    EXPECT_EQ(result.status, status);
-    EXPECT_EQ(result.out, out);
   }
 }
 
