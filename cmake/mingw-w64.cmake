@@ -1,5 +1,6 @@
 # Cross-builds the 64-bit Windows program on Debian with mingw-w64 (the POSIX thread model, which
-# the C++ standard library's threads need).
+# the C++ standard library's threads need); windres and windmc of the same binutils compile the
+# program's resources (cmake/windows_resources.cmake).
 #   cmake -S . -B build-win -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64.cmake
 # Tests then run under Wine when it is installed: CTest starts each one through it.
 set(CMAKE_SYSTEM_NAME Windows)

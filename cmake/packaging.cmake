@@ -110,6 +110,18 @@ if(BUILD_TESTING AND TARGET kestrawind_tests)
 endif()
 
 # --- Install rules -------------------------------------------------------------------------
+# On Windows, one folder (the MSI's C:\Program Files\Kestrawind, see scripts/package-windows):
+# the programs, the sample ini and the README. The ini itself is the administrator's, beside the
+# program; nothing installs it.
+if(WIN32)
+  install(TARGETS kestrawind DESTINATION .)
+  if(TARGET kestrawind-send)
+    install(TARGETS kestrawind-send DESTINATION .)
+  endif()
+  install(FILES ${CMAKE_SOURCE_DIR}/doc/kestrawind.ini.sample ${CMAKE_SOURCE_DIR}/README.md
+          DESTINATION .)
+  return()
+endif()
 # Debian's multiarch libdir (lib/x86_64-linux-gnu) is for libraries; the program's own folder
 # sits in plain lib/.
 set(KW_PROGRAM_DIR lib/kestrawind)
@@ -126,11 +138,7 @@ install(FILES ${CMAKE_SOURCE_DIR}/README.md DESTINATION ${CMAKE_INSTALL_DATAROOT
 install(FILES ${CMAKE_SOURCE_DIR}/doc/kestrawind.ini.sample
         DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/kestrawind/examples
         RENAME kestrawind.ini)
-# The symlinks and the configuration file depend on the prefix given at install time. The
-# layout is that of a POSIX system; a Windows build installs the files above only.
-if(WIN32)
-  return()
-endif()
+# The symlinks and the configuration file depend on the prefix given at install time.
 install(FILES ${KW_DEBIAN_DOCS} DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/kestrawind)
 install(FILES ${CMAKE_SOURCE_DIR}/packaging/lintian-overrides
         DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/lintian/overrides RENAME kestrawind)

@@ -13,6 +13,7 @@
 #include "config/sms_settings.h"
 #include "frontend/command_line.h"
 #include "log/console.h"
+#include "log/event_id.h"
 #include "log/logging.h"
 #include "message/sms_message.h"
 #include "os/interrupt.h"
@@ -122,7 +123,7 @@ void Main(const std::wstring& config_file) {
 
       const std::wstring success =
           L"Successfully sent message <" + text + L"> to recipient <" + recipient + L">";
-      if (g_log_success) LogEvent(success, 4);
+      if (g_log_success) LogEvent(success, 4, kSentEventId);
       ConsoleWriteLine(success);
     } catch (const std::bad_alloc&) {
       throw Error(kOutOfMemory, kProgramSource, L"Out of memory");
@@ -143,7 +144,7 @@ void Main(const std::wstring& config_file) {
     ConsoleWriteLine(line);
     if (g_log_errors) {
       try {
-        LogEvent(line, 1);
+        LogEvent(line, 1, FailureEventId(error));
       } catch (...) {
       }
     }

@@ -12,6 +12,8 @@ void LogDebug(const std::wstring& text) {
   if (g_debug_mode) ConsoleWriteLine(CurrentRuntime().NowText() + L"\t" + text);
 }
 
-void LogEvent(const std::wstring& text, int event_type) { WriteEventLog(text, event_type); }
+void LogEvent(const std::wstring& text, int event_type, int event_id) {
+  WriteEventLog(text, event_type, event_id);
+}
 
 }  // namespace kw

@@ -107,7 +107,7 @@ bool WriteStandardOutput(const std::string& bytes) {
   return true;
 }
 
-void WriteEventLog(const std::wstring& text, int event_type) {
+void WriteEventLog(const std::wstring& text, int event_type, int /*event_id*/) {
   int priority = LOG_NOTICE;
   if (event_type == 1) priority = LOG_ERR;
   if (event_type == 4) priority = LOG_INFO;

@@ -14,9 +14,6 @@ namespace {
 /// The name that our event-log records carry.
 constexpr wchar_t kEventSource[] = L"Kestrawind";
 
-/// The event number of every record; there is no message file, so the record's text is all.
-constexpr DWORD kEventId = 1;
-
 /// The attributes that keep a match from counting as a plain file.
 constexpr DWORD kNotPlain = FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_HIDDEN |
                             FILE_ATTRIBUTE_SYSTEM | FILE_ATTRIBUTE_DEVICE;
@@ -82,7 +79,7 @@ bool WriteStandardOutput(const std::string& bytes) {
   return true;
 }
 
-void WriteEventLog(const std::wstring& text, int event_type) {
+void WriteEventLog(const std::wstring& text, int event_type, int event_id) {
   WORD type = EVENTLOG_INFORMATION_TYPE;
   if (event_type == 1) type = EVENTLOG_ERROR_TYPE;
   if (event_type == 4) type = EVENTLOG_INFORMATION_TYPE;
@@ -91,7 +88,8 @@ void WriteEventLog(const std::wstring& text, int event_type) {
   const HANDLE log = ::RegisterEventSourceW(nullptr, kEventSource);
   if (log == nullptr) return;
   const wchar_t* strings[] = {text.c_str()};
-  ::ReportEventW(log, type, 0, kEventId, nullptr, 1, 0, strings, nullptr);
+  // The ID's message is "%1", so Event Viewer shows the text itself.
+  ::ReportEventW(log, type, 0, static_cast<DWORD>(event_id), nullptr, 1, 0, strings, nullptr);
   ::DeregisterEventSource(log);
 }
 

@@ -28,8 +28,9 @@ void GuardStandardStreams();
 /// them were written.
 bool WriteStandardOutput(const std::string& bytes);
 
-/// Records a text in the system's event log; event_type 1 is error, 4 is information.
-void WriteEventLog(const std::wstring& text, int event_type);
+/// Records a text in the system's event log; event_type 1 is error, 4 is information. The
+/// event ID picks the record's entry in the program's message table on Windows.
+void WriteEventLog(const std::wstring& text, int event_type, int event_id);
 
 }  // namespace kw
 

@@ -37,6 +37,8 @@ auto RetryOnEintr(Call call) {
   return result;
 }
 
+}  // namespace
+
 /// The process id in a lock file's text: HDB (ASCII digits, blanks around them); -1 for none.
 pid_t ParsePid(const std::string& text) {
   size_t i = text.find_first_not_of(' ');
@@ -49,6 +51,8 @@ pid_t ParsePid(const std::string& text) {
   if (text.find_first_not_of(" \n", i) != std::string::npos) return -1;
   return static_cast<pid_t>(pid);
 }
+
+namespace {
 
 /// Whether the process exists; one of another user (EPERM) does too.
 bool Alive(pid_t pid) { return ::kill(pid, 0) == 0 || errno == EPERM; }

@@ -15,6 +15,9 @@ std::string PortLockName(const std::string& device);
 /// A lock file's text in the HDB form: the process id right-aligned in ten characters, then LF.
 std::string PortLockText(pid_t pid);
 
+/// The process id in a lock file's text (HDB: digits with blanks around them); -1 for none.
+pid_t ParsePid(const std::string& text);
+
 /// The folder where the serial programs of this system keep their lock files.
 std::string SystemPortLockFolder();
 

@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "os/com_port_name.h"
 #include "os/interrupt.h"
 #include "os/port_switch.h"
 #include "os/serial_comm-win32.h"
@@ -130,9 +131,9 @@ class Win32Runtime final : public Runtime {
 
  private:
   // The configured device for a port, else the platform's: port n is \\.\COMn, a form that
-  // also reaches COM10 and above.
+  // also reaches COM10 and above, and so is a configured bare COMn.
   static std::wstring DevicePath(int16_t port, const std::wstring& configured) {
-    if (!configured.empty()) return configured;
+    if (!configured.empty()) return ComPortDevicePath(configured);
     return L"\\\\.\\COM" + std::to_wstring(port);
   }
 

@@ -177,7 +177,8 @@ TEST(UcpE2E, EachOperationGoesOutAsItsFrameAndARefusalIsReported) {
   }
 }
 
-TEST(WineE2E, ResultLinesReachReportEventWithTheirTypes) {
+// The trace shows ReportEventW's type, category and event ID as ",0x0001,0x0000,0x0000023a,".
+TEST(WineE2E, ResultLinesReachReportEventWithTheirTypesAndIds) {
   if (!UnderWine()) GTEST_SKIP() << "needs the Windows program under Wine (scripts/test-windows)";
   Rig rig(kTapSim);
   // Wine stores no record; its event-log channel shows each one on standard error.
@@ -187,13 +188,13 @@ TEST(WineE2E, ResultLinesReachReportEventWithTheirTypes) {
   EXPECT_EQ(error.out, line + "\r\n");
   EXPECT_NE(error.err.find("ReportEventW L\"" + line + "\""), std::string::npos) << error.err;
   EXPECT_NE(error.err.find("RegisterEventSourceW ((null),L\"Kestrawind\")"), std::string::npos);
-  EXPECT_NE(error.err.find(",0x0001,"), std::string::npos) << error.err;  // an error record
+  EXPECT_NE(error.err.find(",0x0001,0x0000,0x0000023a,"), std::string::npos) << error.err;  // 570
   rig.WriteIni(rig.Ini("TAP", kTapPassword));
   const RunResult sent = rig.Run({"/LS", "0612", "hi"}, traced);
   const std::string success = "Successfully sent message <hi> to recipient <0612>";
   EXPECT_EQ(sent.out, success + "\r\n");
   EXPECT_NE(sent.err.find("ReportEventW L\"" + success + "\""), std::string::npos) << sent.err;
-  EXPECT_NE(sent.err.find(",0x0004,"), std::string::npos) << sent.err;  // an information record
+  EXPECT_NE(sent.err.find(",0x0004,0x0000,0x00000001,"), std::string::npos) << sent.err;  // sent
   EXPECT_EQ(rig.Run({"0612"}, traced).err.find("ReportEventW"), std::string::npos);
 }
 
