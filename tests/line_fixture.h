@@ -31,10 +31,10 @@ struct RunCase {
   /// and how it comes: noanswer, chunks, chunk_gap (ms), lfcr, ring (RING lines before it), late
   /// (the carrier that many ms after it; -1 never). The message: to ("+1 (234) 5") and text
   /// ("abc"). The run: start (the clock, ms), openfails (or
-  /// openfails=refused, timeout or name: a connection that fails for that cause), stop (a SIGTERM that many ms after the
-  /// start), unplug (the port closes and the link counts as down just before the protocol sends).
-  /// Every other key is an option of the centre behind the modem, whose kind is centre (tap, ucp or
-  /// none; tap or ucp after Protocol).
+  /// openfails=refused, timeout or name: a connection that fails for that cause), stop (a SIGTERM
+  /// that many ms after the start), unplug (the port closes and the link counts as down just before
+  /// the protocol sends). Every other key is an option of the centre behind the modem, whose kind
+  /// is centre (tap, ucp or none; tap or ucp after Protocol).
   std::string setup;
   /// The outcome, as Outcome gives it.
   std::string want;

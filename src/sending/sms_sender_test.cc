@@ -68,8 +68,8 @@ TEST(DirectLinkTest, ConnectsInsteadOfDialingAndReportsEachFailureByItsCause) {
       // The centre closes the connection: the line is lost.
       {at + "drop=login:1", "[536] Modem hung up unexpectedly while logging in.", 2000,
        "\r\x1bPG1pw\r"},
-      {at + "openfails=refused",
-       "[524] The sms center refused the connection or can't be reached.", 0, ""},
+      {at + "openfails=refused", "[524] The sms center refused the connection or can't be reached.",
+       0, ""},
       {at + "openfails=timeout;ConnectionTimeout=7",
        "[523] Connection timed out. No response from sms center.", 7000, ""},
       {at + "openfails=timeout;ConnectionTimeout=-1",
