@@ -53,7 +53,8 @@ double Seconds(const std::function<void()>& step) {
 TEST(NetE2E, TwoTapSendsThroughSer2netOverRfc2217PutThePtysBytesOnTheLine) {
   Rig rig({"--centre", "tap", "--opt", "password=secret", "--runs", "0", "--max-seconds", "60"});
   Ser2net server(rig.File("."), rig.pty(), true);
-  if (!server.problem().empty()) GTEST_SKIP() << server.problem();
+  if (!server.installed()) GTEST_SKIP() << server.problem();
+  ASSERT_EQ(server.problem(), "");
   rig.WriteIni(PortIni("TAP", server.Entry(), "Authentication=secret\r\n"));
   EXPECT_EQ(rig.Run({"0612345678", "hello"}).out, kSuccess);
   rig.Transcript();
@@ -77,7 +78,8 @@ TEST(NetE2E, TwoTapSendsThroughSer2netOverRfc2217PutThePtysBytesOnTheLine) {
 TEST(NetE2E, TwoUcpSendsThroughRawSer2netEachHangUpByClosing) {
   Rig rig({"--centre", "ucp", "--runs", "0", "--max-seconds", "60"});
   Ser2net server(rig.File("."), rig.pty(), false);
-  if (!server.problem().empty()) GTEST_SKIP() << server.problem();
+  if (!server.installed()) GTEST_SKIP() << server.problem();
+  ASSERT_EQ(server.problem(), "");
   rig.WriteIni(PortIni("UCP", server.Entry(), "OpType=01\r\nTextLength=320\r\n"));
   for (int run = 1; run <= 2; ++run) {
     EXPECT_EQ(rig.Run({"0612345678", "hello"}).out, kSuccess);

@@ -83,6 +83,7 @@ Ser2net::Ser2net(const std::string& folder, const std::string& device, bool rfc2
     problem_ = "needs ser2net (scripts/install-deps installs it)";
     return;
   }
+  installed_ = true;
   const std::string config = folder + "/ser2net.yaml";
   std::ofstream(config) << "connection: &line\n    accepter: "
                         << (rfc2217 ? "telnet(rfc2217),tcp," : "tcp,") << "127.0.0.1," << port_
@@ -98,7 +99,8 @@ Ser2net::Ser2net(const std::string& folder, const std::string& device, bool rfc2
           static_cast<char*>(nullptr));
     _exit(127);
   }
-  for (int i = 0; i < 500 && !Listens(port_); ++i) {
+  // Up to 30 s: a loaded machine can be slow to start it.
+  for (int i = 0; i < 3000 && !Listens(port_); ++i) {
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
   if (!Listens(port_)) problem_ = "ser2net did not listen: " + ReadFile(log);

@@ -35,6 +35,8 @@ class Ser2net {
   ~Ser2net();
   Ser2net(const Ser2net&) = delete;
   Ser2net& operator=(const Ser2net&) = delete;
+  /// Whether ser2net is installed: a test without it is skipped.
+  bool installed() const { return installed_; }
   /// Why there is none (not installed, didn't listen), or "".
   const std::string& problem() const { return problem_; }
   /// The [Ports] entry that reaches it.
@@ -42,6 +44,7 @@ class Ser2net {
 
  private:
   bool rfc2217_;
+  bool installed_ = false;
   int port_ = 0;
   pid_t pid_ = -1;
   std::string problem_;
