@@ -52,6 +52,7 @@ void ExpectRun(const RunCase& c) {
       {"ConnectionTimeout", &SmsSettings::connection_timeout},
       {"DialPrefix", &SmsSettings::dial_prefix},
       {"SmsCenterNumber", &SmsSettings::sms_center_number},
+      {"SmsCenterAddress", &SmsSettings::sms_center_address},
       {"OpType", &SmsSettings::op_type},
       {"TextLength", &SmsSettings::text_length},
       {"SenderNumber", &SmsSettings::sender_number},
@@ -74,7 +75,11 @@ void ExpectRun(const RunCase& c) {
   const int64_t start = std::stoll(take("start", "1000000"));
   sim::VirtualRuntime runtime(start);
   ScopedRuntime installed(runtime);
-  runtime.set_open_fails(number("openfails"));
+  // openfails: 1, or the cause of a connection that fails: refused, timeout or name.
+  const std::map<std::string, Cause> kCauses = {
+      {"refused", Cause::kRefused}, {"timeout", Cause::kTimedOut}, {"name", Cause::kNameUnknown}};
+  const std::string fails = take("openfails");
+  runtime.set_open_fails(fails != "0", kCauses.count(fails) ? kCauses.at(fails) : Cause::kNone);
   runtime.set_busy_until_ms(start + number("busy"));
   sim::SimModem modem(scenario);
   runtime.set_peer(&modem);
@@ -87,8 +92,11 @@ void ExpectRun(const RunCase& c) {
   };
   if (keys.count("stop"))
     runtime.At(start + number("stop"), [] { NoteInterruptRequest(L"SIGTERM"); });
-  modem.SetCentre(
-      sim::MakeCentre(take("centre", settings->protocol == L"UCP" ? "ucp" : "tap"), keys));
+  std::unique_ptr<sim::Peer> centre =
+      sim::MakeCentre(take("centre", settings->protocol == L"UCP" ? "ucp" : "tap"), keys);
+  // A centre on the network is the peer itself, with no modem in front.
+  if (!settings->sms_center_address.empty()) runtime.set_peer(centre.get());
+  modem.SetCentre(std::move(centre));
   EXPECT_EQ(Outcome([&] { sender.SendSms(message); }), c.want);
   ForgetInterruptRequest();
   EXPECT_FALSE(sender.Link().comm && sender.Link().comm->PortOpen());

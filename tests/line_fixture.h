@@ -27,15 +27,16 @@ std::string Times(const std::string& text, int count);
 struct RunCase {
   /// "key=value" items joined by ';' (a bare key means "1"). An SmsSettings field by its name:
   /// Protocol (TAP), Port (1), ConnectionTimeout (20), DialPrefix, SmsCenterNumber ("0612 345"),
+  /// SmsCenterAddress (a centre on the network, the peer itself with no modem),
   /// OpType (01), TextLength (320), SenderNumber (678), Authentication (pw). The modem's result
   /// and how it comes: noanswer, chunks, chunk_gap (ms), lfcr, ring (RING lines before it), late
   /// (the carrier that many ms after it; -1 never). The message: to ("+1 (234) 5") and text
-  /// ("abc"). The run: start (the clock, ms), openfails, busy (ms that another holds the port
-  /// from the start), wait (the seconds that the opening waits for it), stop (a SIGTERM that many
-  /// ms after the start), unplug (the port closes and the link counts as down just before the
-  /// protocol sends).
-  /// Every other key is an option of the centre behind the modem, whose kind is centre (tap, ucp or
-  /// none; tap or ucp after Protocol).
+  /// ("abc"). The run: start (the clock, ms), openfails (or openfails=refused, timeout or name:
+  /// a connection that fails for that cause), busy (ms that another holds the port from the
+  /// start), wait (the seconds that the opening waits for it), stop (a SIGTERM that many ms after
+  /// the start), unplug (the port closes and the link counts as down just before the protocol
+  /// sends). Every other key is an option of the centre behind the modem, whose kind is centre
+  /// (tap, ucp or none; tap or ucp after Protocol).
   std::string setup;
   /// The outcome, as Outcome gives it.
   std::string want;

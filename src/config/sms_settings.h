@@ -15,6 +15,7 @@ class SmsSettings {
   std::wstring config_file;         ///< full path of the configuration file
   std::wstring provider;            ///< [Provider] Id: shown only
   std::wstring sms_center_number;   ///< [Provider] SmsCenterNumber: dialled behind DialPrefix
+  std::wstring sms_center_address;  ///< [Provider] SmsCenterAddress: HOST:PORT, no modem
   std::wstring authentication;      ///< [Provider] Authentication: TAP password, UCP field
   std::wstring legitimization;      ///< [Provider] Legitimization: held for UCP
   std::wstring protocol;            ///< [Provider] Protocol: "TAP" or "UCP"

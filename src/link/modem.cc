@@ -1,11 +1,15 @@
 #include "link/modem.h"
 
+#include <memory>
+#include <utility>
+
 #include "base/error.h"
 #include "base/error_numbers.h"
 #include "base/int16.h"
 #include "base/string_util.h"
 #include "link/communication.h"
 #include "log/logging.h"
+#include "os/net_address.h"
 #include "os/runtime.h"
 
 namespace kw {
@@ -19,24 +23,45 @@ constexpr int kPortRetryMs = 250;
 /// What OnCommEvent writes for each event that only gets logged.
 const wchar_t* EventLine(int16_t event) {
   switch (event) {
-    case 3: return L"Comm Event: Change in Clear To Send line.";
-    case 4: return L"Comm Event: Change in Data Set Ready line.";
-    case 5: return L"Comm Event: Change in carrier detect line.";
-    case 6: return L"Comm Event: Ring detected.";
-    case 7: return L"Comm Event: End Of File character received.";
-    case 1001: return L"Comm Error: A break signal was received.";
-    case 1007: return L"Comm Error: Carrier detect timeout.";
-    case 1002: return L"Comm Error: Clear To Send Timeout.";
-    case 1011: return L"Comm Error: Unexpected error retrieving device control block for the port.";
-    case 1003: return L"Comm Error: Data Set Ready Timeout.";
-    case 1004: return L"Comm Error: Framing error.";
-    case 1006: return L"Comm Error: Port overrun.";
-    case 1008: return L"Comm Error: Receive buffer overflow.";
-    case 1009: return L"Comm Error: Parity error.";
-    case 1010: return L"Comm Error: Transmit buffer full.";
-    default: return nullptr;
+    case 3:
+      return L"Comm Event: Change in Clear To Send line.";
+    case 4:
+      return L"Comm Event: Change in Data Set Ready line.";
+    case 5:
+      return L"Comm Event: Change in carrier detect line.";
+    case 6:
+      return L"Comm Event: Ring detected.";
+    case 7:
+      return L"Comm Event: End Of File character received.";
+    case 1001:
+      return L"Comm Error: A break signal was received.";
+    case 1007:
+      return L"Comm Error: Carrier detect timeout.";
+    case 1002:
+      return L"Comm Error: Clear To Send Timeout.";
+    case 1011:
+      return L"Comm Error: Unexpected error retrieving device control block for the port.";
+    case 1003:
+      return L"Comm Error: Data Set Ready Timeout.";
+    case 1004:
+      return L"Comm Error: Framing error.";
+    case 1006:
+      return L"Comm Error: Port overrun.";
+    case 1008:
+      return L"Comm Error: Receive buffer overflow.";
+    case 1009:
+      return L"Comm Error: Parity error.";
+    case 1010:
+      return L"Comm Error: Transmit buffer full.";
+    default:
+      return nullptr;
   }
 }
+
+/// The 520 line of a direct link that can't be made.
+constexpr wchar_t kAddressFailedText[] =
+    L"Error connecting to sms center. Make sure SmsCenterAddress is right and no other run is "
+    L"using it.";
 
 }  // namespace
 
@@ -47,16 +72,49 @@ Modem::~Modem() {
   }
 }
 
+void Modem::MakeComm(std::unique_ptr<SerialComm> made) {
+  comm = std::move(made);
+  comm->OnComm = [this] { OnCommEvent(); };
+  comm->OnNotice = [](const std::wstring& text) { LogDebug(text); };
+}
+
 void Modem::Initialize(const std::wstring& port) {
-  if (!comm) {
-    comm = CurrentRuntime().NewSerialComm();
-    comm->OnComm = [this] { OnCommEvent(); };
-    comm->OnNotice = [](const std::wstring& text) { LogDebug(text); };
-  }
+  if (!comm) MakeComm(CurrentRuntime().NewSerialComm());
   comm->SetCommPort(ToInt16(port));
   comm->SetRThreshold(1);
   comm->SetSThreshold(1);
   comm->SetRTSEnable(true);
+}
+
+void Modem::ConnectSmsCenter(const std::wstring& address) {
+  direct_ = true;
+  NetAddress target;
+  const std::wstring why = ParseHostPort(address, &target);
+  if (!why.empty()) {
+    throw AppError(kCenterAddressFailed, kAddressFailedText)
+        .WithCause(Cause::kBadAddress, TrimBlanks(address), why);
+  }
+  const int64_t limit_ms = connection_timeout > 0 ? int64_t{connection_timeout} * 1000 : 0;
+  if (comm && comm->PortOpen()) comm->SetPortOpen(false);
+  MakeComm(CurrentRuntime().NewConnectionComm(target, limit_ms));
+  comm->SetRThreshold(1);
+  comm->SetSThreshold(1);
+  try {
+    comm->SetPortOpen(true);
+  } catch (const Error& e) {
+    if (e.number() == kInterrupted) throw;
+    if (e.cause() == Cause::kRefused) {
+      throw AppError(kCenterRefused, L"The sms center refused the connection or can't be reached.")
+          .CausedBy(e);
+    }
+    if (e.cause() == Cause::kTimedOut) {
+      throw AppError(kCenterTimedOut, L"Connection timed out. No response from sms center.")
+          .CausedBy(e);
+    }
+    throw AppError(kCenterAddressFailed, kAddressFailedText).CausedBy(e);
+  }
+  is_connected = true;
+  LogDebug(L"Provider successfully connected.");
 }
 
 void Modem::DialSmsCenter(const std::wstring& sms_center_number) {
@@ -124,6 +182,7 @@ void Modem::OpenPort() {
       comm->SetPortOpen(true);
       return;
     } catch (const Error& e) {
+      if (e.number() == kInterrupted) throw;  // a request to stop while a network port connects
       // Only a port that another holds frees itself. The wait counts whole seconds of the clock,
       // as the time-outs do: it lasts at least the seconds asked for, and under a second more.
       if (e.cause() != Cause::kBusy || port_wait_seconds <= 0 ||
@@ -191,7 +250,7 @@ void Modem::MessageHandler(const std::wstring& in_buff) {
 }
 
 void Modem::HangUp() {
-  SendData(L"ATH");
+  if (!direct_) SendData(L"ATH");
   is_connected = false;
 }
 

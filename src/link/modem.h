@@ -37,13 +37,19 @@ class Modem {
   /// Opens the port, dials, waits for a result line and then for the carrier. A normal return
   /// doesn't mean success: is_connected tells.
   void DialSmsCenter(const std::wstring& sms_center_number);
+  /// Connects to the centre at "HOST:PORT" over TCP in place of a dial, within connection_timeout
+  /// seconds: no AT command, and the link is up once connected. Raises 520 when the address
+  /// can't be read or found or is held by another run, 524 when the connection is refused, 523
+  /// when it doesn't come in time.
+  void ConnectSmsCenter(const std::wstring& address);
   /// Puts the text on the line unchanged and logs it.
   void SendData(const std::wstring& msg);
   /// Cuts received text into lines at CR and hands each line to MessageHandler.
   void ScanCom(const std::wstring& in_string);
   /// Judges one result line of the modem; stores an error for the dial instead of raising it.
   void MessageHandler(const std::wstring& in_buff);
-  /// Writes "ATH" and counts the link as down.
+  /// Writes "ATH" and counts the link as down; a direct connection only counts as down (closing
+  /// it is its hang-up).
   void HangUp();
   /// Reads and drops what the port holds.
   void ClearInBuffer();
@@ -55,6 +61,11 @@ class Modem {
   /// 520 with the cause of the last failure.
   void OpenPort();
 
+  /// Makes the serial component and sets it up; leaves it closed.
+  void MakeComm(std::unique_ptr<SerialComm> made);
+
+  /// The link is a TCP connection to the centre, with no modem.
+  bool direct_ = false;
   int32_t pending_error_number_ = 0;
   std::wstring pending_error_description_;
   std::wstring pending_error_source_;

@@ -13,7 +13,9 @@
 
 #include "base/text.h"
 #include "os/interrupt.h"
+#include "os/port_switch.h"
 #include "os/serial_comm-posix.h"
+#include "os/socket_comm.h"
 
 namespace kw {
 namespace {
@@ -27,6 +29,30 @@ int64_t MonotonicNs() {
   ::clock_gettime(CLOCK_MONOTONIC, &now);
   return static_cast<int64_t>(now.tv_sec) * kNsPerSecond + now.tv_nsec;
 }
+
+// A network port, woken by its socket in the runtime's poll(2).
+class PosixSocketComm final : public SocketComm, public PollSource {
+ public:
+  PosixSocketComm(PollingRuntime& runtime, const NetAddress& address, int64_t limit_ms)
+      : SocketComm(address, limit_ms), runtime_(runtime) {}
+  ~PosixSocketComm() override { Close(); }
+
+  int WaitDescriptor() const override { return static_cast<int>(WaitHandle()); }
+  short WaitEvents() const override {
+    return static_cast<short>(WantsRoom() ? POLLIN | POLLOUT : POLLIN);
+  }
+
+ private:
+  void Watch(bool on) override {
+    if (on) {
+      runtime_.AddPollSource(this);
+    } else {
+      runtime_.RemovePollSource(this);
+    }
+  }
+
+  PollingRuntime& runtime_;
+};
 
 // The operating system's runtime: the monotonic clock, poll(2) over the sources' descriptors.
 class PosixRuntime final : public PollingRuntime {
@@ -78,8 +104,22 @@ class PosixRuntime final : public PollingRuntime {
     }
   }
 
+  // A port's [Ports] entry picks its kind at each opening: a device, or a network port.
   std::unique_ptr<SerialComm> NewSerialComm() override {
-    return NewPosixSerialComm(*this, [this](int16_t port) { return DevicePath(port); });
+    PortMakers makers;
+    makers.entry = device_for_port_;
+    makers.device = [this](int16_t, const std::wstring& entry) {
+      return NewPosixSerialComm(*this, [entry](int16_t port) { return DevicePath(port, entry); });
+    };
+    makers.network = [this](const NetAddress& address) {
+      return std::make_unique<PosixSocketComm>(*this, address, kPortConnectLimitMs);
+    };
+    return NewPortSwitch(std::move(makers));
+  }
+
+  std::unique_ptr<SerialComm> NewConnectionComm(const NetAddress& address,
+                                                int64_t limit_ms) override {
+    return std::make_unique<PosixSocketComm>(*this, address, limit_ms);
   }
 
   void AddSource(EventSource* source) override { sources_.Add(source); }
@@ -100,8 +140,7 @@ class PosixRuntime final : public PollingRuntime {
 
  private:
   // The configured device for a port, else the platform's: port n is /dev/ttyS<n-1>.
-  std::string DevicePath(int16_t port) const {
-    const std::wstring configured = device_for_port_ ? device_for_port_(port) : std::wstring();
+  static std::string DevicePath(int16_t port, const std::wstring& configured) {
     if (!configured.empty()) return ToLocale(configured);
     return "/dev/ttyS" + std::to_string(port - 1);
   }

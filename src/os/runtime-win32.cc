@@ -9,7 +9,9 @@
 
 #include "os/com_port_name.h"
 #include "os/interrupt.h"
+#include "os/port_switch.h"
 #include "os/serial_comm-win32.h"
+#include "os/socket_comm.h"
 #include "os/system_runtime.h"
 
 namespace kw {
@@ -33,6 +35,28 @@ std::wstring FormatWith(Format format) {
   text.resize(static_cast<size_t>(length - 1));  // the count includes the terminator
   return text;
 }
+
+// A network port. Nothing wakes a wait when bytes arrive here either: the port asks to be
+// looked at often while it is open.
+class Win32SocketComm final : public SocketComm {
+ public:
+  Win32SocketComm(Runtime& runtime, const NetAddress& address, int64_t limit_ms)
+      : SocketComm(address, limit_ms), runtime_(runtime) {}
+  ~Win32SocketComm() override { Close(); }
+
+ private:
+  // A network round trip takes milliseconds: a look every 10 ms keeps the dialogue quick.
+  int DeviceWaitLimitMs(bool) const override { return 10; }
+  void Watch(bool on) override {
+    if (on) {
+      runtime_.AddSource(this);
+    } else {
+      runtime_.RemoveSource(this);
+    }
+  }
+
+  Runtime& runtime_;
+};
 
 class Win32Runtime final : public Runtime {
  public:
@@ -83,8 +107,22 @@ class Win32Runtime final : public Runtime {
     for (int64_t now = TickMs(); now < deadline; now = TickMs()) SleepPiece(deadline - now);
   }
 
+  // A port's [Ports] entry picks its kind at each opening: a device, or a network port.
   std::unique_ptr<SerialComm> NewSerialComm() override {
-    return NewWin32SerialComm(*this, [this](int16_t port) { return DevicePath(port); });
+    PortMakers makers;
+    makers.entry = device_for_port_;
+    makers.device = [this](int16_t, const std::wstring& entry) {
+      return NewWin32SerialComm(*this, [entry](int16_t port) { return DevicePath(port, entry); });
+    };
+    makers.network = [this](const NetAddress& address) {
+      return std::make_unique<Win32SocketComm>(*this, address, kPortConnectLimitMs);
+    };
+    return NewPortSwitch(std::move(makers));
+  }
+
+  std::unique_ptr<SerialComm> NewConnectionComm(const NetAddress& address,
+                                                int64_t limit_ms) override {
+    return std::make_unique<Win32SocketComm>(*this, address, limit_ms);
   }
 
   void AddSource(EventSource* source) override { sources_.Add(source); }
@@ -94,8 +132,7 @@ class Win32Runtime final : public Runtime {
  private:
   // The configured device for a port, else the platform's: port n is \\.\COMn, a form that
   // also reaches COM10 and above, and so is a configured bare COMn.
-  std::wstring DevicePath(int16_t port) const {
-    const std::wstring configured = device_for_port_ ? device_for_port_(port) : std::wstring();
+  static std::wstring DevicePath(int16_t port, const std::wstring& configured) {
     if (!configured.empty()) return ComPortDevicePath(configured);
     return L"\\\\.\\COM" + std::to_wstring(port);
   }

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "os/net_address.h"
 #include "os/serial_comm.h"
 
 namespace kw {
@@ -41,6 +42,10 @@ class Runtime {
   virtual void Sleep(int milliseconds) = 0;
   /// Makes a new serial component, closed, tied to this runtime's event delivery.
   virtual std::unique_ptr<SerialComm> NewSerialComm() = 0;
+  /// Makes a new component over a TCP connection to the address, closed: opening connects
+  /// within limit_ms, the bytes cross as they are, and closing the connection ends the call.
+  virtual std::unique_ptr<SerialComm> NewConnectionComm(const NetAddress& address,
+                                                        int64_t limit_ms) = 0;
 
   /// Sources register while they may have events and unregister before they go.
   virtual void AddSource(EventSource* source) = 0;

@@ -49,6 +49,15 @@ void SmsSender::TakeLinkDown() {
 void SmsSender::Connect() {
   Modem& link = Link();
   if (link.is_connected) return;
+  if (!settings->sms_center_address.empty()) {
+    // A centre on the network: no modem, no dial.
+    link.connection_timeout = ToInt16(settings->connection_timeout);
+    LogDebug(L"Connecting to sms center (" + settings->sms_center_address + L")");
+    Raise(on_before_connect);
+    link.ConnectSmsCenter(settings->sms_center_address);
+    Raise(on_connect);
+    return;
+  }
   LogDebug(L"Initializing modem.");
   link.Initialize(settings->port);
   link.connection_timeout = ToInt16(settings->connection_timeout);

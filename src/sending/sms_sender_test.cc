@@ -58,3 +58,37 @@ TEST(DialTest, ResultLinesTimeOutsCarrierAndRefusals) {
 }
 
 }  // namespace kw
+
+namespace kw {
+
+const std::string kCenterFailed =
+    "[520] Error connecting to sms center. Make sure SmsCenterAddress is right and no other run "
+    "is using it.";
+
+// A centre on the network: the connection stands for the dial and the carrier, so nothing but the
+// protocol's bytes goes out; its failures end the run at once, or when ConnectionTimeout is over.
+TEST(DirectLinkTest, ConnectsInsteadOfDialingAndReportsEachFailureByItsCause) {
+  const std::string at = "SmsCenterAddress=127.0.0.1:2775;";
+  const std::string refused = " (127.0.0.1:2775: refused by the test)";
+  const test::RunCase cases[] = {
+      {at, "ok", 3000, "\r\x1bPG1pw\r\00212345\rabc\r\003244\r"},
+      {at + "Protocol=UCP", "ok", 3000, "\00201/00036/O/01/12345/678//3/616263/C0\003"},
+      // The centre closes the connection: the line is lost.
+      {at + "drop=login:1", "[536] Modem hung up unexpectedly while logging in.", 2000,
+       "\r\x1bPG1pw\r"},
+      {at + "openfails=refused",
+       "[524] The sms center refused the connection or can't be reached." + refused, 0, ""},
+      {at + "openfails=timeout;ConnectionTimeout=7",
+       "[523] Connection timed out. No response from sms center." + refused, 7000, ""},
+      {at + "openfails=timeout;ConnectionTimeout=-1",
+       "[523] Connection timed out. No response from sms center." + refused, 0, ""},
+      {at + "openfails=name", kCenterFailed + refused, 0, ""},
+      {at + "openfails", kCenterFailed, 0, ""},
+      {"SmsCenterAddress=127.0.0.1", kCenterFailed + " (127.0.0.1: the port number is missing)", 0,
+       ""},
+      {at + "ConnectionTimeout=soon", "[13] Kestrawind: Type mismatch", 0, ""},
+  };
+  for (const test::RunCase& c : cases) test::ExpectRun(c);
+}
+
+}  // namespace kw

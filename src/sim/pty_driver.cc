@@ -137,6 +137,9 @@ void PtyDriver::ReadMaster() {
     const ssize_t n = read(master_.get(), buffer, sizeof buffer);
     if (n > 0) {
       const std::string bytes(buffer, static_cast<size_t>(n));
+      // The settings that the program (or a terminal server for it) gave the line, when new.
+      const std::string settings = LineSettings(master_.get());
+      if (settings != line_settings_) Transcript("--", "line " + (line_settings_ = settings));
       Transcript(">", Readable(bytes));
       peer_.OnBytes(NowMs(), bytes, *this);
       continue;
@@ -149,6 +152,7 @@ void PtyDriver::ReadMaster() {
 
 void PtyDriver::ProgramOpened() {
   master_hup_ = false;
+  line_settings_.clear();
   Transcript("--", "open");
 }
 

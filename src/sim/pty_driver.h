@@ -37,10 +37,11 @@ enum class RunEnd { kRunsDone, kStopped, kTimeLimit };
 
 /// Plays a Peer in real time over a pseudo-terminal: the program opens the slave as its serial
 /// port, and the driver works the master. The clock is CLOCK_MONOTONIC in ms since the driver was
-/// made. A pty has no modem-control lines, so SetCarrier only shows in the transcript and the
-/// program sees the carrier always high. The driver keeps no descriptor on the slave (the master's
-/// POLLHUP would never come); it opens the slave only for a moment after each close, to flush
-/// what the program left unread, and leaves that open out of its count.
+/// made. The line's settings show in the transcript when the program's bytes first come after
+/// they change. A pty has no modem-control lines, so SetCarrier only shows in the transcript and
+/// the program sees the carrier always high. The driver keeps no descriptor on the slave (the
+/// master's POLLHUP would never come); it opens the slave only for a moment after each close, to
+/// flush what the program left unread, and leaves that open out of its count.
 class PtyDriver : public PeerLine {
  public:
   /// Opens the pty (raw, non-blocking master), the transcript and the link; raises kw::Error.
@@ -91,7 +92,8 @@ class PtyDriver : public PeerLine {
   int open_count_ = 0;       // the program's descriptors on the slave, as inotify counts them
   bool master_hup_ = false;  // the master said POLLHUP before inotify reported the close
   int closes_ = 0;
-  int own_opens_ = 0;  // inotify opens and closes still to come from the driver's own flush
+  std::string line_settings_;  // the line's settings last shown in the transcript
+  int own_opens_ = 0;          // inotify opens and closes still to come from the driver's own flush
   int own_closes_ = 0;
   uint64_t send_seq_ = 0;
   std::map<std::pair<int64_t, uint64_t>, std::string> scheduled_;  // (at_ms, seq) -> bytes

@@ -67,6 +67,22 @@ RawPty OpenRawPty() {
   return pty;
 }
 
+std::string LineSettings(int fd) {
+  termios tio{};
+  if (tcgetattr(fd, &tio) != 0) return "?";
+  static const std::pair<speed_t, const char*> kSpeeds[] = {
+      {B1200, "1200"},   {B2400, "2400"},   {B4800, "4800"},   {B9600, "9600"},
+      {B19200, "19200"}, {B38400, "38400"}, {B57600, "57600"}, {B115200, "115200"}};
+  std::string text = "?";
+  for (const auto& [speed, name] : kSpeeds) {
+    if (cfgetospeed(&tio) == speed) text = name;
+  }
+  const tcflag_t size = tio.c_cflag & CSIZE;
+  text += size == CS5 ? " 5" : size == CS6 ? " 6" : size == CS7 ? " 7" : " 8";
+  text += !(tio.c_cflag & PARENB) ? "N" : (tio.c_cflag & PARODD) ? "O" : "E";
+  return text + ((tio.c_cflag & CSTOPB) ? "2" : "1");
+}
+
 UniqueFd WatchOpensAndCloses(const std::string& path) {
   UniqueFd inotify(inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
   if (inotify.get() < 0) ThrowSystem("inotify_init1");

@@ -43,6 +43,10 @@ struct RawPty {
 /// Opens a pseudo-terminal with a raw, non-blocking master; raises kw::Error.
 RawPty OpenRawPty();
 
+/// The line settings of a terminal as "9600 8N1" (its output speed, data bits, parity N, E or O,
+/// stop bits), or "?" when they can't be read.
+std::string LineSettings(int fd);
+
 /// An inotify descriptor (non-blocking) that reports every open and close of the node at path.
 UniqueFd WatchOpensAndCloses(const std::string& path);
 

@@ -15,6 +15,7 @@
 #include "sim/centre_factory.h"
 #include "sim/pty_driver.h"
 #include "sim/sim_modem.h"
+#include "sim/tcp_driver.h"
 #include "sim/ucp_centre.h"
 
 namespace {
@@ -27,6 +28,14 @@ constexpr char kHelp[] =
     "\n"
     "  --transcript FILE     write every byte each way, opens, closes and notes to FILE\n"
     "  --link PATH           also make PATH a symlink to the pty\n"
+    "  --listen HOST:PORT    serve on TCP instead (a numeric host; port 0 takes a free one) and\n"
+    "                        print \"READY HOST:PORT\": the modem behind a terminal server's raw\n"
+    "                        port, for [Ports] n=tcp://HOST:PORT; a connection is an opening\n"
+    "  --rfc2217             with --listen: behind an RFC 2217 port instead (rfc2217://): the\n"
+    "                        line's settings and DTR show in the transcript, a DTR drop hangs\n"
+    "                        up, and the carrier is reported to the program\n"
+    "  --no-modem            with --listen: the centre alone, for SmsCenterAddress=HOST:PORT;\n"
+    "                        the connection is the carrier, and the centre's hang-up closes it\n"
     "  --dial-result TEXT    the modem's answer to a dial (default CONNECT 9600)\n"
     "  --silent              the modem answers no dial\n"
     "  --result-delay MS     from the dial to the answer (default 300)\n"
@@ -66,6 +75,7 @@ constexpr char kHelp[] =
 struct SimOptions {
   kw::sim::ModemScenario scenario;
   kw::sim::PtyOptions pty;
+  kw::sim::TcpOptions tcp;
   std::string centre = "none";
   std::map<std::string, std::string> centre_options;
   int runs = 1;
@@ -98,6 +108,12 @@ SimOptions ParseOptions(const std::vector<std::string>& args) {
       options.pty.link_path = value();
     } else if (option == "--transcript") {
       options.pty.transcript_path = value();
+    } else if (option == "--listen") {
+      options.tcp.listen = value();
+    } else if (option == "--rfc2217") {
+      options.tcp.mode = kw::sim::TcpMode::kTelnet;
+    } else if (option == "--no-modem") {
+      options.tcp.mode = kw::sim::TcpMode::kDirect;
     } else if (option == "--dial-result") {
       options.scenario.dial_result = value();
     } else if (option == "--silent") {
@@ -149,7 +165,30 @@ SimOptions ParseOptions(const std::vector<std::string>& args) {
       throw std::invalid_argument("unknown option \"" + option + "\"");
     }
   }
+  if (options.tcp.mode != kw::sim::TcpMode::kRaw && options.tcp.listen.empty()) {
+    throw std::invalid_argument("--rfc2217 and --no-modem want --listen");
+  }
+  options.tcp.transcript_path = options.pty.transcript_path;
   return options;
+}
+
+/// Serves the peer with the driver until the limits are reached; the exit code.
+template <typename Driver>
+int Serve(Driver& driver, const std::string& where, const SimOptions& options, int stop_fd) {
+  std::printf("READY %s\n", where.c_str());
+  std::fflush(stdout);
+  kw::sim::RunLimits limits;
+  limits.runs = options.runs;
+  limits.max_ms = options.max_seconds * 1000;
+  limits.stop_fd = stop_fd;
+  // With --runs 0 the time limit is the way out; otherwise the program never came back.
+  if (driver.Run(limits) == kw::sim::RunEnd::kTimeLimit && options.runs > 0) {
+    driver.Note("time limit reached");
+    std::fprintf(stderr, "kestrawind-sim: stopped after %lld s without the runs asked for\n",
+                 static_cast<long long>(options.max_seconds));
+    return 1;
+  }
+  return 0;
 }
 
 /// SIGTERM and SIGINT as a readable descriptor, so the poll loop sees them; -1 if that fails.
@@ -181,22 +220,19 @@ int main(int argc, char** argv) {
   try {
     const kw::sim::UniqueFd stop(StopSignalFd());
     if (stop.get() < 0) throw std::runtime_error("can't catch SIGTERM and SIGINT");
+    if (options.tcp.mode == kw::sim::TcpMode::kDirect) {
+      if (!centre) throw std::invalid_argument("--no-modem wants a --centre");
+      kw::sim::TcpDriver driver(*centre, options.tcp);
+      return Serve(driver, driver.address(), options, stop.get());
+    }
     kw::sim::SimModem modem(options.scenario);
     modem.SetCentre(std::move(centre));
-    kw::sim::PtyDriver driver(modem, options.pty);
-    std::printf("READY %s\n", driver.slave_path().c_str());
-    std::fflush(stdout);
-    kw::sim::RunLimits limits;
-    limits.runs = options.runs;
-    limits.max_ms = options.max_seconds * 1000;
-    limits.stop_fd = stop.get();
-    // With --runs 0 the time limit is the way out; otherwise the program never came back.
-    if (driver.Run(limits) == kw::sim::RunEnd::kTimeLimit && options.runs > 0) {
-      driver.Note("time limit reached");
-      std::fprintf(stderr, "kestrawind-sim: stopped after %lld s without the runs asked for\n",
-                   static_cast<long long>(options.max_seconds));
-      return 1;
+    if (!options.tcp.listen.empty()) {
+      kw::sim::TcpDriver driver(modem, options.tcp);
+      return Serve(driver, driver.address(), options, stop.get());
     }
+    kw::sim::PtyDriver driver(modem, options.pty);
+    return Serve(driver, driver.slave_path(), options, stop.get());
   } catch (const std::exception& failure) {
     std::fprintf(stderr, "kestrawind-sim: %s\n", failure.what());
     return 1;

@@ -6,6 +6,7 @@
 #include "base/error.h"
 #include "base/text.h"
 #include "os/interrupt.h"
+#include "os/serial_errors.h"
 
 namespace kw::sim {
 namespace {
@@ -98,6 +99,11 @@ std::unique_ptr<SerialComm> VirtualRuntime::NewSerialComm() {
   return std::make_unique<FakeComm>(*this);
 }
 
+std::unique_ptr<SerialComm> VirtualRuntime::NewConnectionComm(const NetAddress& address,
+                                                              int64_t limit_ms) {
+  return std::make_unique<FakeComm>(*this, address.Text(), limit_ms);
+}
+
 void VirtualRuntime::AddSource(EventSource* source) { sources_.push_back(source); }
 
 void VirtualRuntime::RemoveSource(EventSource* source) {
@@ -122,7 +128,12 @@ void FakeComm::SetPortOpen(bool open) {
     return;
   }
   if (open) {
-    if (runtime_.open_fails()) throw Error(8002, kProgramSource, L"Invalid port number");
+    if (runtime_.open_fails()) {
+      Error failure(8002, kProgramSource, L"Invalid port number");
+      if (runtime_.open_cause() == Cause::kNone) throw failure;
+      if (runtime_.open_cause() == Cause::kTimedOut) runtime_.Sleep(static_cast<int>(limit_ms_));
+      throw failure.WithCause(runtime_.open_cause(), address_, L"refused by the test");
+    }
     if (runtime_.now_ms() < runtime_.busy_until_ms()) {
       throw Error(8005, kProgramSource, L"Port already open")
           .WithCause(Cause::kBusy, L"COM" + std::to_wstring(port_), L"in use by another run");
@@ -132,7 +143,11 @@ void FakeComm::SetPortOpen(bool open) {
     input_.clear();
     runtime_.AddSource(this);
     runtime_.set_open_comm(this);
-    runtime_.transcript().push_back("-- open");
+    runtime_.transcript().push_back(address_.empty() ? "-- open"
+                                                     : "-- connect " + ToLine(address_));
+    // A connection is its own carrier.
+    carrier_ = !address_.empty();
+    last_send_ms_ = runtime_.now_ms();
   } else {
     open_ = false;
     send_armed_ = false;
@@ -149,6 +164,7 @@ void FakeComm::SetInBufferCount(int16_t count) {
 }
 
 void FakeComm::SetOutput(const std::wstring& text) {
+  if (open_ && lost()) return;  // nothing reaches a connection that has closed
   const std::string bytes = ToLine(text);
   // Kept byte for byte (control characters included) so tests can compare exactly; the
   // written() view strips the direction marks again.
@@ -180,11 +196,29 @@ void FakeComm::DeliverPending() {
   }
 }
 
+void FakeComm::SetCarrier(bool high) {
+  if (address_.empty() || high) {
+    carrier_ = high;
+    return;
+  }
+  // The connection closes once the peer's last bytes are out: the line is lost, as the serial
+  // core reports a connection that the other side closed.
+  const int generation = generation_;
+  std::weak_ptr<int> alive = alive_;
+  runtime_.At(last_send_ms_, [this, alive, generation] {
+    if (alive.expired() || !open_ || generation != generation_ || lost()) return;
+    carrier_ = false;
+    input_ += kLostLineNotice;
+    runtime_.transcript().push_back("# connection closed by the peer");
+  });
+}
+
 void FakeComm::SendAt(int64_t at_ms, const std::string& bytes) {
+  last_send_ms_ = std::max(last_send_ms_, at_ms);
   const int generation = generation_;
   std::weak_ptr<int> alive = alive_;
   runtime_.At(at_ms, [this, alive, generation, bytes] {
-    if (alive.expired() || !open_ || generation != generation_)
+    if (alive.expired() || !open_ || generation != generation_ || lost())
       return;  // the call is over; the bytes are lost
     input_ += bytes;
     runtime_.transcript().push_back("< " + bytes);

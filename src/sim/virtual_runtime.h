@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "base/error.h"
 #include "os/runtime.h"
 #include "sim/peer.h"
 #include "sim/sim_modem.h"
@@ -30,6 +31,8 @@ class VirtualRuntime : public Runtime {
   void WaitForEvent() override;
   void Sleep(int milliseconds) override;
   std::unique_ptr<SerialComm> NewSerialComm() override;
+  std::unique_ptr<SerialComm> NewConnectionComm(const NetAddress& address,
+                                                int64_t limit_ms) override;
   void AddSource(EventSource* source) override;
   void RemoveSource(EventSource* source) override;
 
@@ -40,12 +43,17 @@ class VirtualRuntime : public Runtime {
 
   /// The device behind every serial port that this runtime makes; not owned.
   void set_peer(Peer* peer) { peer_ = peer; }
-  /// Makes the next openings of a port fail, as a missing or held device does.
-  void set_open_fails(bool fails) { open_fails_ = fails; }
+  /// Makes the next openings of a port fail, as a missing or held device does; with a cause,
+  /// as a connection fails for it (one that times out takes its whole limit).
+  void set_open_fails(bool fails, Cause cause = Cause::kNone) {
+    open_fails_ = fails;
+    open_cause_ = cause;
+  }
   bool open_fails() const { return open_fails_; }
   /// Makes the openings of a port fail as held by another until the clock reaches at_ms.
   void set_busy_until_ms(int64_t at_ms) { busy_until_ms_ = at_ms; }
   int64_t busy_until_ms() const { return busy_until_ms_; }
+  Cause open_cause() const { return open_cause_; }
   Peer* peer() const { return peer_; }
   /// The port that is open now; a timed peer acts on its line.
   void set_open_comm(FakeComm* comm) { open_comm_ = comm; }
@@ -74,6 +82,7 @@ class VirtualRuntime : public Runtime {
   FakeComm* open_comm_ = nullptr;
   bool open_fails_ = false;
   int64_t busy_until_ms_ = 0;
+  Cause open_cause_ = Cause::kNone;
   std::vector<std::string> transcript_;
 };
 
@@ -82,6 +91,10 @@ class VirtualRuntime : public Runtime {
 class FakeComm : public SerialComm, public EventSource, public PeerLine {
  public:
   explicit FakeComm(VirtualRuntime& runtime) : runtime_(runtime) {}
+  /// A connection to the address instead of a port: the carrier stands while it does, and the
+  /// peer's SetCarrier(false) closes it after the bytes the peer has queued.
+  FakeComm(VirtualRuntime& runtime, std::wstring address, int64_t limit_ms)
+      : runtime_(runtime), address_(std::move(address)), limit_ms_(limit_ms) {}
   ~FakeComm() override;
 
   void SetCommPort(int16_t port) override { port_ = port; }
@@ -101,14 +114,19 @@ class FakeComm : public SerialComm, public EventSource, public PeerLine {
   bool HasPending() const;
 
   void SendAt(int64_t at_ms, const std::string& bytes) override;
-  void SetCarrier(bool high) override { carrier_ = high; }
+  void SetCarrier(bool high) override;
   void Note(const std::string& text) override;
 
   int16_t port() const { return port_; }
+  /// Whether this is a connection that has closed.
+  bool lost() const { return !address_.empty() && !carrier_; }
   bool rts() const { return rts_; }
 
  private:
   VirtualRuntime& runtime_;
+  const std::wstring address_;  ///< "" for a port
+  const int64_t limit_ms_ = 0;
+  int64_t last_send_ms_ = 0;  ///< the latest moment that the peer has queued bytes for
   /// Bumped at every opening, so that bytes scheduled for an earlier call never arrive.
   int generation_ = 0;
   int16_t port_ = 0;

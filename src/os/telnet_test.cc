@@ -1,0 +1,104 @@
+#include "os/telnet.h"
+
+#include <gtest/gtest.h>
+
+namespace kw {
+
+/// The bytes as a string, IAC and the rest written out.
+std::string Bytes(std::initializer_list<int> bytes) {
+  std::string s;
+  for (int b : bytes) s.push_back(static_cast<char>(b));
+  return s;
+}
+
+constexpr int kIac = 255, kWill = 251, kWont = 252, kDo = 253, kDont = 254, kSb = 250, kSe = 240;
+
+// The client of a terminal server: it turns on binary, no go-aheads and the com port option for
+// itself, and binary and no go-aheads for the server, and refuses everything else.
+TEST(TelnetCodecTest, DecodesDataAnswersWhatChangesAndCollectsSubnegotiations) {
+  const struct {
+    std::string in, data, answers;
+    std::vector<std::string> subs = {};
+  } cases[] = {
+      {"plain\r\n\0x", "plain\r\n\0x", ""},
+      {Bytes({'a', kIac, kIac, 'b'}),
+       "a\xFF"
+       "b",
+       ""},
+      // Requests for options it takes: agreed once, repeats and answers to its own requests
+      // not answered again.
+      {Bytes({kIac, kDo, 44, kIac, kDo, 44}), "", Bytes({kIac, kWill, 44})},
+      {Bytes({kIac, kWill, 0, kIac, kDo, 3}), "", Bytes({kIac, kDo, 0, kIac, kWill, 3})},
+      // Options it doesn't take: refused, every time they are asked for.
+      {Bytes({kIac, kWill, 1, kIac, kDo, 1, kIac, kWill, 1}), "",
+       Bytes({kIac, kDont, 1, kIac, kWont, 1, kIac, kDont, 1})},
+      // Turning off an option that is on is answered; one that is off, not.
+      {Bytes({kIac, kDo, 0, kIac, kDont, 0, kIac, kDont, 0, kIac, kWont, 3}), "",
+       Bytes({kIac, kWill, 0, kIac, kWont, 0})},
+      // Subnegotiations, IAC undoubled inside; an empty or unclosed one is dropped.
+      {Bytes({'x', kIac, kSb, 44, 107, 0x80, kIac, kSe, 'y'}), "xy", "", {Bytes({44, 107, 0x80})}},
+      {Bytes({kIac, kSb, 44, 101, kIac, kIac, kIac, kSe}), "", "", {Bytes({44, 101, 0xFF})}},
+      {Bytes({kIac, kSb, kIac, kSe, kIac, kSb, 44, 'z', kIac, kIac, 'q', kIac, 'c'}), "", ""},
+      {Bytes({kIac, kSb, 44, 1, kIac, kDo, 0, 'd'}), "d", Bytes({kIac, kWill, 0})},
+      // Commands that mean nothing on a serial line, and junk, are dropped.
+      {Bytes({kIac, 241, 'a', kIac, 0, 'b', kIac, kSe, 'c'}), "abc", ""},
+      {std::string(200, static_cast<char>(kIac)), std::string(100, '\xFF'), ""},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::PrintToString(c.in));
+    TelnetCodec codec({0, 3, 44}, {0, 3});
+    std::string data, answers;
+    std::vector<std::string> subs;
+    // Fed whole, and byte by byte: a command cut in two is the same command.
+    codec.Decode(c.in, &data, &answers, &subs);
+    TelnetCodec bytewise({0, 3, 44}, {0, 3});
+    std::string data2, answers2;
+    std::vector<std::string> subs2;
+    for (char byte : c.in) bytewise.Decode(std::string(1, byte), &data2, &answers2, &subs2);
+    EXPECT_EQ(data, c.data);
+    EXPECT_EQ(answers, c.answers);
+    EXPECT_EQ(subs, c.subs);
+    EXPECT_EQ(data2 + answers2, data + answers);
+    EXPECT_EQ(subs2, subs);
+  }
+}
+
+TEST(TelnetCodecTest, OwnRequestsGoOnceAndTheirAnswersSetTheStates) {
+  TelnetCodec codec({0, 44}, {0});
+  std::string wire, data;
+  std::vector<std::string> subs;
+  codec.OfferLocal(44, &wire);
+  codec.OfferLocal(44, &wire);
+  codec.AskRemote(0, &wire);
+  EXPECT_EQ(wire, Bytes({kIac, kWill, 44, kIac, kDo, 0}));
+  EXPECT_EQ(codec.local(44), TelnetCodec::State::kAsked);
+  wire.clear();
+  codec.Decode(Bytes({kIac, kDo, 44, kIac, kWont, 0}), &data, &wire, &subs);
+  EXPECT_EQ(wire, "");
+  EXPECT_EQ(codec.local(44), TelnetCodec::State::kYes);
+  EXPECT_EQ(codec.remote(0), TelnetCodec::State::kNo);
+  codec.Decode(Bytes({kIac, kDont, 44}), &data, &wire, &subs);
+  EXPECT_EQ(wire, Bytes({kIac, kWont, 44}));
+  EXPECT_EQ(codec.local(44), TelnetCodec::State::kNo);
+}
+
+TEST(TelnetCodecTest, SubnegotiationsAndCommandsAreFramedWithIacDoubled) {
+  std::string wire;
+  TelnetCodec::Escape("a\xFF\xFF", &wire);
+  EXPECT_EQ(wire, "a\xFF\xFF\xFF\xFF");
+  EXPECT_EQ(TelnetCodec::Subnegotiation(44, "\x0C\xFF"),
+            Bytes({kIac, kSb, 44, 12, kIac, kIac, kIac, kSe}));
+  // 9600 baud, 8 data bits, no parity, 1 stop bit, no flow control, DTR on, RTS as asked, and
+  // notices of every modem line (the mask 255, doubled).
+  const auto sb = [](int command, std::initializer_list<int> value) {
+    std::string s = Bytes({kIac, kSb, 44, command});
+    for (int b : value) s.push_back(static_cast<char>(b));
+    return s + Bytes({kIac, kSe});
+  };
+  const std::string lines =
+      sb(1, {0, 0, 0x25, 0x80}) + sb(2, {8}) + sb(3, {1}) + sb(4, {1}) + sb(5, {1}) + sb(5, {8});
+  EXPECT_EQ(ComPortSetUp(true), lines + sb(5, {11}) + sb(11, {255, 255}));
+  EXPECT_EQ(ComPortSetUp(false), lines + sb(5, {12}) + sb(11, {255, 255}));
+}
+
+}  // namespace kw
