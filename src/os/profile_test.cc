@@ -42,7 +42,6 @@ TEST(Profile, ReadsByTheFileRules) {
       {"[a]\nk= \" v \" \nj='v'\ni=\"v'\nh=\"\"v\"\"\ng=\"\nf=\tv ;w #z ", L"kjihgf",
        L" v |v|\"v'|\"v\"|\"|v ;w #z|"},
       {"[a]\nk=" + std::string(300, 'x'), L"k", std::wstring(253, L'x') + L"|"},
-      {"(none)", L"k", L"dflt|"},
   };
   for (const auto& [bytes, keys, want] : cases) {
     TempFolder folder;

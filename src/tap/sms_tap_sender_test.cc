@@ -54,15 +54,10 @@ TEST(TapSendTest, LogsInAndSendsAsTheCentreAnswers) {
   for (const test::RunCase& c : cases) test::ExpectRun(c);
 }
 
-// Characters count with their Windows-1252 code; the sum wraps past 0xFFF.
+// Characters count with their Windows-1252 code (the sends check more); the sum wraps past 0xFFF.
 TEST(TapChecksumTest, GivesTheSumsLowTwelveBitsAsThreeCharacters) {
-  const std::pair<std::wstring, std::string> cases[] = {
-      {L"\002123\rabc\r\003", "1=;"},
-      {L"\u00e9", "0>9"},
-      {L"\u20ac", "080"},
-      {std::wstring(16, L'\u00ff') + L"\x0f", "???"},
-      {std::wstring(32, L'\u20ac'), "000"}};
-  for (const auto& [text, sum] : cases) EXPECT_EQ(ToLine(SmsTapSender::TapChecksum(text)), sum);
+  EXPECT_EQ(ToLine(SmsTapSender::TapChecksum(std::wstring(16, L'\u00ff') + L"\x0f")), "???");
+  EXPECT_EQ(ToLine(SmsTapSender::TapChecksum(std::wstring(33, L'\u20ac'))), "080");  // 0x80 each
 }
 
 }  // namespace kw

@@ -16,25 +16,24 @@ static std::string Sent(const std::string& frame, int times = 1) {
 TEST(UcpSendTest, BuildsTheFrameSendsItAndJudgesTheReply) {
   const std::string d16(16, '1'), d17(17, '1'), d40(40, '1'), a304(304, 'a');
   const std::string f01 = "01/00036/O/01/12345/678//3/616263/C0";  // no password in 01 and 30
-  const std::string too_many = "[557] Too many retries. The message was not delivered.";
-  const std::string provider = "[559] Error received from provider : ";
-  const std::string unknown = provider + "Operation not supported by system.";
-  const std::string recipient = "[552] Recipient phone number too long.";
-  const std::string sender = "[553] Sender phone number too long.";
-  const std::string too_long = "[554] Message too long. Only ",
+  const std::string too_many = "[557] Too many retries. The message was not delivered.",
+                    provider = "[559] Error received from provider : ",
+                    recipient = "[552] Recipient phone number too long.",
+                    sender = "[553] Sender phone number too long.",
+                    too_long = "[554] Message too long. Only ",
                     limit = " allowed for this provider.";
   const test::RunCase cases[] = {
       {"", "ok", 3000, Sent(f01)},
       {"OpType=03", "ok", 3000, Sent("01/00050/O/03/12345/678/pw/0///////////3/616263/DA")},
       {"OpType=30", "ok", 3000, Sent("01/00040/O/30/12345/678////////616263/75")},
-      {"OpType=99;to=" + d17 + ";SenderNumber=" + d17, unknown, 3000, Sent("01/00017/O/99//05")},
+      {"OpType=99;to=" + d17 + ";SenderNumber=" + d17,
+       provider + "Operation not supported by system.", 3000, Sent("01/00017/O/99//05")},
       {"SenderNumber=6/8", "ok", 3000, Sent("01/00036/O/01/12345/6/8//3/616263/B8")},
       {"TextLength=6", "ok", 3000, Sent(f01)},
       {"TextLength=5", too_long + "5" + limit, 0, ""},
       {"TextLength=-1;text=", too_long + "-1" + limit, 0, ""},
       {"to=" + d16 + ";SenderNumber=" + d16, "ok", 3000,
        Sent("01/00060/O/01/" + d16 + "/" + d16 + "//3/616263/39")},
-      {"to=" + d17, recipient, 0, ""},
       {"SenderNumber=" + d17, sender, 0, ""},
       {"OpType=03;SenderNumber=" + d17, sender, 0, ""},
       {"OpType=30;to=" + d17, recipient, 0, ""},
