@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <cstring>
 #include <stdexcept>
 
 #include "base/text.h"
@@ -199,10 +198,8 @@ TEST_F(PosixSerialCommTest, ADeviceThatFailsHandsOverWhatCameBeforeThenOneNoCarr
     };
     calls.read = [&](int, void* buffer, size_t size) -> ssize_t {
       const Answer next = answer(row.reads, reads);
-      if (next.error != 0) return -1;
-      const size_t n = std::min(size, next.bytes.size());
-      memcpy(buffer, next.bytes.data(), n);
-      return static_cast<ssize_t>(n);
+      return next.error ? -1
+                        : static_cast<ssize_t>(next.bytes.copy(static_cast<char*>(buffer), size));
     };
     calls.write = [&](int, const void*, size_t size) -> ssize_t {
       return answer(row.writes, writes).error != 0 ? -1 : static_cast<ssize_t>(size);
@@ -226,12 +223,8 @@ TEST_F(PosixSerialCommTest, ModemLineChangesRaiseTheirEventsInOrderUntilAHandler
   PosixCalls calls;
   calls.ioctl = [&](int fd, unsigned long request, void* argument) {
     if (request != TIOCMGET && request != TIOCOUTQ) return ioctl(fd, request, argument);
-    if (request == TIOCMGET && bits < 0) {
-      errno = EIO;  // the lines can't be read just now
-      return -1;
-    }
     *static_cast<int*>(argument) = request == TIOCMGET ? bits : 0;
-    return 0;
+    return request == TIOCMGET && bits < 0 ? (errno = EIO, -1) : 0;  // the lines can't be read
   };
   auto comm = WithCalls(calls);
   std::string events;
