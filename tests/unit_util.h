@@ -8,6 +8,7 @@
 #include <string>
 
 #include "base/error.h"
+#include "base/text.h"
 
 namespace kw {
 
@@ -32,6 +33,18 @@ int32_t Raised(Call call) try {
   return 0;
 } catch (const Error& e) {
   return e.number();
+}
+
+/// The error that the call raises as "number cause: subject: reason"; "0" when it raises none.
+template <typename Call>
+std::string RaisedWithCause(Call call) try {
+  call();
+  return "0";
+} catch (const Error& e) {
+  const char* const kCauses[] = {"none",    "missing", "not a port", "no permission", "busy",
+                                 "unknown", "refused", "timed out",  "bad address",   "other"};
+  return std::to_string(e.number()) + " " + kCauses[static_cast<int>(e.cause())] + ": " +
+         ToLine(e.CauseText());
 }
 
 }  // namespace kw

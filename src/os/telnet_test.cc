@@ -21,10 +21,7 @@ TEST(TelnetCodecTest, DecodesDataAnswersWhatChangesAndCollectsSubnegotiations) {
     std::vector<std::string> subs = {};
   } cases[] = {
       {"plain\r\n\0x", "plain\r\n\0x", ""},
-      {Bytes({'a', kIac, kIac, 'b'}),
-       "a\xFF"
-       "b",
-       ""},
+      {Bytes({'a', kIac, kIac, 'b'}), "a\xFF\x62", ""},
       // Requests for options it takes: agreed once, repeats and answers to its own requests
       // not answered again.
       {Bytes({kIac, kDo, 44, kIac, kDo, 44}), "", Bytes({kIac, kWill, 44})},
@@ -46,20 +43,17 @@ TEST(TelnetCodecTest, DecodesDataAnswersWhatChangesAndCollectsSubnegotiations) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::PrintToString(c.in));
-    TelnetCodec codec({0, 3, 44}, {0, 3});
-    std::string data, answers;
-    std::vector<std::string> subs;
     // Fed whole, and byte by byte: a command cut in two is the same command.
-    codec.Decode(c.in, &data, &answers, &subs);
-    TelnetCodec bytewise({0, 3, 44}, {0, 3});
-    std::string data2, answers2;
-    std::vector<std::string> subs2;
-    for (char byte : c.in) bytewise.Decode(std::string(1, byte), &data2, &answers2, &subs2);
-    EXPECT_EQ(data, c.data);
-    EXPECT_EQ(answers, c.answers);
-    EXPECT_EQ(subs, c.subs);
-    EXPECT_EQ(data2 + answers2, data + answers);
-    EXPECT_EQ(subs2, subs);
+    for (const size_t piece : {c.in.size(), size_t{1}}) {
+      TelnetCodec codec({0, 3, 44}, {0, 3});
+      std::string data, answers;
+      std::vector<std::string> subs;
+      for (size_t i = 0; i < c.in.size(); i += piece)
+        codec.Decode(c.in.substr(i, piece), &data, &answers, &subs);
+      EXPECT_EQ(data, c.data);
+      EXPECT_EQ(answers, c.answers);
+      EXPECT_EQ(subs, c.subs);
+    }
   }
 }
 

@@ -37,7 +37,6 @@ TEST(DialTest, ResultLinesTimeOutsCarrierAndRefusals) {
       {"late=5000", "ok", 8000, kSent},
       {"late=-1", "[580] Unable to connect modem.", 31300, kDial},
       {"late=-1;stop=9500", test::kStopped, 9500, kDial + "ATH"},
-      {"chunks=3", "ok", 3000, kSent},
       {"lfcr;result=CONNECT", "ok", 3000, kSent},
       {"ring=2;chunks=2;result=CONNECT 2400", "ok", 3000, kSent},
       {"result=CONNECT NO CARRIER", "ok", 3000, kSent},
@@ -56,10 +55,6 @@ TEST(DialTest, ResultLinesTimeOutsCarrierAndRefusals) {
   };
   for (const test::RunCase& c : cases) test::ExpectRun(c);
 }
-
-}  // namespace kw
-
-namespace kw {
 
 const std::string kCenterFailed =
     "[520] Error connecting to sms center. Make sure SmsCenterAddress is right and no other run "
