@@ -128,8 +128,6 @@ class Ser2net {
  public:
   Ser2net(const Rig& rig, bool rfc2217);
   ~Ser2net();
-  /// Whether ser2net is installed: a test without it is skipped.
-  static bool Installed();
   /// Why it doesn't serve (it didn't listen), or "".
   const std::string& problem() const { return problem_; }
   /// The [Ports] entry that reaches it.

@@ -41,7 +41,7 @@ std::string DirectIni(const std::string& protocol, const std::string& address,
 // Over RFC 2217, 0xFF crosses telnet doubled and reaches the line once, and the line is 9600 8N1
 // as the program asked, not ser2net's 19200 with 2 stop bits, which a raw link keeps.
 TEST(NetE2E, TwoSendsThroughSer2netRawAndOverRfc2217PutThePtysBytesOnTheLine) {
-  if (!Ser2net::Installed()) GTEST_SKIP() << "needs ser2net (scripts/install-deps installs it)";
+  if (access("/usr/sbin/ser2net", X_OK) != 0) GTEST_SKIP() << "needs ser2net (install-deps)";
   const struct {
     bool rfc2217;
     std::string protocol, provider, second, sent;

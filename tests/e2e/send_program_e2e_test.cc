@@ -105,7 +105,7 @@ TEST(SendProgramE2E, ThreeRunsStartedTogetherAllSendOneAfterTheOther) {
 }
 
 // From a shell: the message on standard input, a text that Windows-1252 lacks, input that sends
-// nothing, and an ini that is a folder.
+// nothing, the help and the version, which need no settings, and an ini that is a folder.
 TEST(SendProgramE2E, TextFromStandardInputAWarningForTheCodePageAndBadInput) {
   const struct {
     const char* shell;
@@ -120,6 +120,9 @@ TEST(SendProgramE2E, TextFromStandardInputAWarningForTheCodePageAndBadInput) {
        "\u0436; each goes out as \"?\"\n"},
       {"printf '\\n' | ./kestrawind-send 0612", 64, "",
        "kestrawind-send: standard input holds no text; nothing was sent\n"},
+      {"./kestrawind-send --help | grep -c -- --wait; exit ${PIPESTATUS[0]}", 0, "1\n", ""},
+      {"./kestrawind-send --version | sed 's/[0-9]\\+/N/g'; exit ${PIPESTATUS[0]}", 0,
+       "kestrawind-send (Kestrawind) N.N.N\r\n", ""},
       {"./kestrawind-send --config /tmp 0612 hi", 78,
        "Error: [570] Configuration file not found.\r\n", "kestrawind-send: /tmp: Is a directory\n"},
   };
