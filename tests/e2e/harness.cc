@@ -1,6 +1,8 @@
 #include "e2e/harness.h"
 
 #include <fcntl.h>
+#include <grp.h>
+#include <netinet/in.h>
 #include <signal.h>
 #include <sys/file.h>
 #include <sys/prctl.h>
@@ -9,8 +11,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -50,6 +52,13 @@ int Reap(pid_t pid, int ms) {
   int status = 0;
   if (!WaitUntil([&] { return waitpid(pid, &status, WNOHANG) == pid; }, ms)) return kRunning;
   return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+}
+
+/// Ends a helper process of the test: SIGTERM, and SIGKILL if that takes over 5 s.
+void Stop(pid_t pid) {
+  if (pid <= 0) return;
+  kill(pid, SIGTERM);
+  if (Reap(pid, 5000) == kRunning) kill(pid, SIGKILL), Reap(pid, 5000);
 }
 
 /// Starts argv in dir with stdin from /dev/null, stdout and stderr to out and err (kept if -1).
@@ -107,6 +116,30 @@ bool LoggerListens() {
   return fd >= 0;
 }
 
+/// A TCP socket of 127.0.0.1 (port 0: a free one), bound, or connected without waiting; and its
+/// port.
+std::pair<int, int> Loopback(int port, bool connect_it, int flags = 0) {
+  const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | flags, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(static_cast<uint16_t>(port));
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  auto* name = reinterpret_cast<sockaddr*>(&address);
+  socklen_t size = sizeof address;
+  if (connect_it) return {connect(fd, name, size), fd};
+  bind(fd, name, size);
+  getsockname(fd, name, &size);
+  return {fd, ntohs(address.sin_port)};
+}
+
+/// Whether something listens on the port of 127.0.0.1, as /proc/net/tcp shows (a test
+/// connection would make ser2net open its device, which the simulator would count).
+bool Listens(int port) {
+  char wanted[32];
+  std::snprintf(wanted, sizeof wanted, "0100007F:%04X 00000000:0000 0A", port);
+  return ReadFile("/proc/net/tcp").find(wanted) != std::string::npos;
+}
+
 }  // namespace
 
 Rig::Rig(const std::vector<std::string>& sim_args, const std::string& name) {
@@ -114,14 +147,14 @@ Rig::Rig(const std::vector<std::string>& sim_args, const std::string& name) {
   if (!mkdtemp(root)) throw std::runtime_error("mkdtemp failed");
   root_ = dir_ = root;
   if (!name.empty()) std::filesystem::create_directory(dir_ += "/" + name);
-  const bool wine = UnderWine();
-  std::filesystem::copy_file(wine ? Env("KW_WINE_PROGRAM") : KW_BINARY,
-                             File(wine ? "kestrawind.exe" : "kestrawind"));
-  // The Windows kestrawind-send is built beside the Windows kestrawind.
-  const std::string wine_send =
-      std::filesystem::path(Env("KW_WINE_PROGRAM")).replace_filename("kestrawind-send.exe");
-  std::filesystem::copy_file(wine ? wine_send : KW_SEND_BINARY,
-                             File(wine ? "kestrawind-send.exe" : "kestrawind-send"));
+  for (const std::string native : {KW_BINARY, KW_SEND_BINARY}) {
+    // The Windows kestrawind-send is built beside the Windows kestrawind.
+    const std::string program = std::filesystem::path(native).filename().string();
+    const std::string wine =
+        std::filesystem::path(Env("KW_WINE_PROGRAM")).replace_filename(program + ".exe").string();
+    std::filesystem::copy_file(UnderWine() ? wine : native,
+                               File(UnderWine() ? program + ".exe" : program));
+  }
   if (sim_args.empty()) return;
   std::vector<std::string> argv = {KW_SIM_BINARY, "--transcript", File("transcript.txt")};
   argv.insert(argv.end(), sim_args.begin(), sim_args.end());
@@ -137,18 +170,13 @@ Rig::Rig(const std::vector<std::string>& sim_args, const std::string& name) {
 }
 
 Rig::~Rig() {
-  if (sim_ > 0) {
-    kill(sim_, SIGTERM);
-    if (Reap(sim_, 5000) == kRunning) kill(sim_, SIGKILL), Reap(sim_, 5000);
-  }
+  Stop(sim_);
   std::error_code ignored;
   std::filesystem::remove_all(root_, ignored);
 }
 
 std::string Rig::Ini(const std::string& protocol, const std::string& provider) const {
-  return "[Provider]\r\nProtocol=" + protocol + "\r\nSmsCenterNumber=" + kCentre + "\r\n" +
-         provider +
-         "[Modem]\r\nPort=1\r\nConnectionTimeout=20\r\n[Ports]\r\n1=" + ProgramPath(pty_) + "\r\n";
+  return PortIni(protocol, ProgramPath(pty_), provider);
 }
 
 void Rig::WriteIni(const std::string& bytes) const {
@@ -194,6 +222,12 @@ std::string Rig::Transcript(const std::string& text, int count) const {
   return transcript;
 }
 
+std::string PortIni(const std::string& protocol, const std::string& entry,
+                    const std::string& provider) {
+  return "[Provider]\r\nProtocol=" + protocol + "\r\nSmsCenterNumber=" + kCentre + "\r\n" +
+         provider + "[Modem]\r\nPort=1\r\nConnectionTimeout=20\r\n[Ports]\r\n1=" + entry + "\r\n";
+}
+
 std::string Sent(const std::string& transcript) {
   std::istringstream lines(transcript);
   std::string sent;
@@ -203,7 +237,7 @@ std::string Sent(const std::string& transcript) {
   }
   // The first wait for the TAP prompt ends at the next whole second, which may come before the
   // prompt does: then the program probes again, as it should. One probe stands for them all.
-  return std::regex_replace(sent, std::regex("<CR>(<CR>)+<ESC>"), "<CR><CR><ESC>");
+  return std::regex_replace(sent, std::regex("(<CR>)+<ESC>"), "<CR><ESC>");
 }
 
 std::string ProgramPath(std::string path) {
@@ -224,6 +258,18 @@ int Count(const std::string& text, const std::string& what) {
   int n = 0;
   for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
   return n;
+}
+
+void AsNobody() {
+  if (getuid() == 0 && (setgroups(0, nullptr) != 0 || setgid(65534) != 0 || setuid(65534) != 0)) {
+    _exit(126);
+  }
+}
+
+long long MsSince(std::chrono::steady_clock::time_point then) {
+  return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() -
+                                                               then)
+      .count();
 }
 
 SystemLog::SystemLog(Kind kind) {
@@ -249,43 +295,63 @@ SystemLog::SystemLog(Kind kind) {
   }
   char name[] = "/tmp/kw-syslog-XXXXXX";
   dir_ = mkdtemp(name) ? name : throw std::runtime_error("mkdtemp failed");
-  const std::string conf = dir_ + "/rsyslog.conf", pid_file = dir_ + "/pid";
+  const std::string conf = dir_ + "/rsyslog.conf";
   std::ofstream(conf) << "module(load=\"imuxsock\" SysSock.Use=\"on\")\n"
                       << "template(name=\"t\" type=\"string\" string=\"%syslogseverity-text% "
                       << "%syslogtag%%msg%\\n\")\n*.* action(type=\"omfile\" file=\"" << dir_
                       << "/log\" template=\"t\")\n";
-  pid_ = fork();
-  if (pid_ == 0) {
-    prctl(PR_SET_PDEATHSIG, SIGTERM);  // it goes with a test that dies
-    execl("/usr/sbin/rsyslogd", "rsyslogd", "-n", "-f", conf.c_str(), "-i", pid_file.c_str(),
-          static_cast<char*>(nullptr));
-    _exit(127);
-  }
+  pid_ = Spawn({"/usr/sbin/rsyslogd", "-n", "-f", conf, "-i", dir_ + "/pid"}, {}, "", -1, -1);
   if (!WaitUntil(LoggerListens, 5000)) problem_ = "rsyslogd did not open /dev/log";
 }
 
 SystemLog::~SystemLog() {
-  if (pid_ > 0) {
-    kill(pid_, SIGTERM);
-    if (Reap(pid_, 5000) == kRunning) kill(pid_, SIGKILL), Reap(pid_, 5000);
-  }
+  Stop(pid_);
   if (!dir_.empty()) std::filesystem::remove_all(dir_);
   if (stuck_ >= 0) close(stuck_), unlink("/dev/log");
   close(lock_);  // the next test process's turn
 }
 
 std::string SystemLog::WaitFor(const std::string& text) const {
-  std::string record;
-  WaitUntil(
-      [&] {
-        std::istringstream lines(ReadFile(dir_ + "/log"));
-        for (std::string line; std::getline(lines, line);) {
-          if (line.find(text) != std::string::npos) return !(record = line).empty();
-        }
-        return false;
-      },
-      5000);
-  return record;
+  std::string log;
+  if (!WaitUntil([&] { return Count(log = ReadFile(dir_ + "/log"), text) > 0; }, 5000)) return "";
+  const size_t at = log.find(text), begin = log.rfind('\n', at) + 1;  // npos + 1 is 0
+  return log.substr(begin, log.find('\n', at) - begin);
 }
+
+int FreePort() {
+  const auto [fd, port] = Loopback(0, false);
+  close(fd);
+  return port;
+}
+
+FullListener::FullListener() {
+  const auto [listener, port] = Loopback(0, false);
+  fds_ = {listener};
+  port_ = port;
+  listen(listener, 0);
+  // Linux keeps one connection more than the backlog waiting; a few more make sure.
+  for (int i = 0; i < 3; ++i) fds_.push_back(Loopback(port_, true, SOCK_NONBLOCK).second);
+  std::this_thread::sleep_for(std::chrono::milliseconds(100));
+}
+
+FullListener::~FullListener() { std::for_each(fds_.begin(), fds_.end(), close); }
+
+Ser2net::Ser2net(const Rig& rig, bool rfc2217) {
+  const int port = FreePort();
+  entry_ = (rfc2217 ? "rfc2217://127.0.0.1:" : "tcp://127.0.0.1:") + std::to_string(port);
+  const std::string config = rig.File("ser2net.yaml");
+  std::ofstream(config) << "connection: &line\n    accepter: "
+                        << (rfc2217 ? "telnet(rfc2217),tcp," : "tcp,") << "127.0.0.1," << port
+                        << "\n    connector: serialdev," << rig.pty() << ",19200n82,local\n";
+  const int log = open(rig.File("ser2net.log").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
+  pid_ = Spawn({"/usr/sbin/ser2net", "-n", "-d", "-c", config}, {}, "", log, log);
+  close(log);
+  // Up to 30 s: a loaded machine can be slow to start it.
+  if (!WaitUntil([port] { return Listens(port); }, 30000)) {
+    problem_ = "ser2net did not listen: " + ReadFile(rig.File("ser2net.log"));
+  }
+}
+
+Ser2net::~Ser2net() { Stop(pid_); }
 
 }  // namespace kw::e2e

@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <functional>
 #include <string>
 #include <vector>
@@ -11,6 +12,9 @@ namespace kw::e2e {
 
 /// The centre number in every ini that Rig::Ini writes.
 constexpr char kCentre[] = "0800123456";
+/// kestrawind's line for a port that it can't open.
+constexpr char kPortTaken[] =
+    "Error: [520] Error opening com port. Make sure no other application is using this port.\r\n";
 
 /// What one run of the program gave: its output, and its exit code or minus its signal.
 struct RunResult {
@@ -35,9 +39,9 @@ struct RunOptions {
 };
 
 /// A fresh folder under /tmp with copies of kestrawind and kestrawind-send in it (the Windows
-/// programs under Wine) and, given simulator arguments, a kestrawind-sim on a pty that writes
-/// transcript.txt there; given a name, the folder is one of that name inside the fresh one. The
-/// destructor stops the simulator and removes the folder.
+/// programs under Wine) and, given simulator arguments, a kestrawind-sim on a pty (or, with
+/// --listen, on a TCP address) that writes transcript.txt there; given a name, the folder is one
+/// of that name inside the fresh one. The destructor stops the simulator and removes the folder.
 class Rig {
  public:
   explicit Rig(const std::vector<std::string>& sim_args = {}, const std::string& name = "");
@@ -47,7 +51,7 @@ class Rig {
 
   /// The path of a file in the folder.
   std::string File(const std::string& name) const { return dir_ + "/" + name; }
-  /// The simulator's pty.
+  /// The simulator's pty, or its address when it listens on TCP.
   const std::string& pty() const { return pty_; }
   /// An ini that sends by the protocol through the pty, with more lines in [Provider].
   std::string Ini(const std::string& protocol, const std::string& provider = "") const;
@@ -64,8 +68,11 @@ class Rig {
   pid_t sim_ = -1;
 };
 
-/// What the program sent to the simulator, as the transcript shows it, joined; repeated TAP
-/// probes before the login count once.
+/// An ini whose port 1 is the [Ports] entry, with more lines in [Provider].
+std::string PortIni(const std::string& protocol, const std::string& entry,
+                    const std::string& provider = "");
+/// What the program sent to the simulator, as the transcript shows it, joined; a run of TAP
+/// probes counts as one.
 std::string Sent(const std::string& transcript);
 /// A path as the program names it: under Wine the same file on drive Z:.
 std::string ProgramPath(std::string path);
@@ -75,6 +82,10 @@ bool UnderWine();
 std::string ReadFile(const std::string& path);
 /// How many times the text stands in the string.
 int Count(const std::string& text, const std::string& what);
+/// Makes a child nobody when the tests run as root (for RunOptions::in_child).
+void AsNobody();
+/// Milliseconds from then to now.
+long long MsSince(std::chrono::steady_clock::time_point then);
 
 /// A system logger of our own for one test: rsyslogd on /dev/log writing to a file, one test
 /// process of the machine at a time.
@@ -84,8 +95,6 @@ class SystemLog {
   enum Kind { kRsyslog, kStuck };
   explicit SystemLog(Kind kind = kRsyslog);
   ~SystemLog();
-  SystemLog(const SystemLog&) = delete;
-  SystemLog& operator=(const SystemLog&) = delete;
   /// Why there is no logger (not root, no rsyslogd, another logger listens), or "".
   const std::string& problem() const { return problem_; }
   /// Polls up to 5 s for a record that holds the text: the record, or "".
@@ -95,6 +104,38 @@ class SystemLog {
   int lock_ = -1, stuck_ = -1;
   pid_t pid_ = -1;
   std::string dir_, problem_;
+};
+
+/// A port of 127.0.0.1 that nobody listens on just now.
+int FreePort();
+
+/// A listener on 127.0.0.1 whose backlog is full: a connection to it is never answered.
+class FullListener {
+ public:
+  FullListener();
+  ~FullListener();
+  int port() const { return port_; }
+
+ private:
+  std::vector<int> fds_;  ///< the listener, then connections that fill its backlog
+  int port_ = 0;
+};
+
+/// ser2net (Debian's package) in front of the rig's pty, on a free port of 127.0.0.1, raw or in
+/// telnet(rfc2217) mode, with the device's own settings 19200 baud and 2 stop bits; stopped when
+/// it goes. It opens the device when a client connects and closes it when the client goes.
+class Ser2net {
+ public:
+  Ser2net(const Rig& rig, bool rfc2217);
+  ~Ser2net();
+  /// Why it doesn't serve (it didn't listen), or "".
+  const std::string& problem() const { return problem_; }
+  /// The [Ports] entry that reaches it.
+  const std::string& entry() const { return entry_; }
+
+ private:
+  pid_t pid_ = -1;
+  std::string entry_, problem_;
 };
 
 }  // namespace kw::e2e
