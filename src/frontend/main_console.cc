@@ -164,7 +164,7 @@ void Main(IniFile& config) {
   if (failure) ReportFailure(*failure);
 }
 
-int RunProgram() {
+void StartProcess() {
   ProtectProcessMemory();
   // Before anything opens a file; a signal that comes before this point finds nothing to undo.
   GuardStandardStreams();
@@ -177,6 +177,10 @@ int RunProgram() {
 #ifdef LC_MESSAGES  // not on Windows, whose error texts don't come from the C library
   std::setlocale(LC_MESSAGES, "");
 #endif
+}
+
+int RunProgram() {
+  StartProcess();
   IniFile config(ExecutableFolder() + kPathSeparator + L"kestrawind.ini");
   // The optional section "Ports" of the configuration file names the device of a port number;
   // it stands in for the platform's own names of serial ports. Read from the file as the settings

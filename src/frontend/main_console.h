@@ -53,6 +53,10 @@ void ParseOption(std::wstring argument);
 /// Writes the short or the extended usage, unless a usage text was written already.
 void ShowUsage(bool extended);
 
+/// The start that both programs share: no core, guarded standard streams, the handlers of
+/// requests to stop, and the parts of the locale that the program uses.
+void StartProcess();
+
 /// The process's entry: guards the standard streams, arms the handlers of requests to stop,
 /// sets the locale, installs the operating system's runtime, runs Main with kestrawind.ini beside
 /// the executable.

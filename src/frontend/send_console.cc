@@ -1,6 +1,5 @@
 #include "frontend/send_console.h"
 
-#include <clocale>
 #include <memory>
 #include <optional>
 #include <string>
@@ -82,15 +81,7 @@ int SendWithOptions(const SendOptions& options, IniFile& config) {
 }  // namespace
 
 int RunSendProgram() {
-  // As kestrawind starts: before anything opens a file.
-  ProtectProcessMemory();
-  GuardStandardStreams();
-  ArmInterruptHandlers();
-  std::setlocale(LC_CTYPE, "");
-  std::setlocale(LC_TIME, "");
-#ifdef LC_MESSAGES  // not on Windows, whose error texts don't come from the C library
-  std::setlocale(LC_MESSAGES, "");
-#endif
+  StartProcess();  // as kestrawind starts
   InitConsole();
   std::vector<std::wstring> arguments;
   if (const std::optional<Error> failure =
