@@ -30,12 +30,10 @@ struct RunOptions {
   void (*in_child)() = nullptr;
   /// Runs in the test once the program has started, with its pid.
   std::function<void(pid_t)> started = nullptr;
-  /// A program to run natively in place of the folder's kestrawind (such as a shell).
-  std::string program = "";
+  /// The folder's program of that name, or one by its absolute path run natively (a shell).
+  std::string program = "kestrawind";
   /// A descriptor for standard output in place of a file (out is then "").
   int out = -1;
-  /// Runs the folder's kestrawind-send in place of its kestrawind.
-  bool send = false;
 };
 
 /// A fresh folder under /tmp with copies of kestrawind and kestrawind-send in it (the Windows
@@ -84,6 +82,8 @@ std::string ReadFile(const std::string& path);
 int Count(const std::string& text, const std::string& what);
 /// Makes a child nobody when the tests run as root (for RunOptions::in_child).
 void AsNobody();
+/// kestrawind's line for a message that it sent.
+std::string SuccessLine(const std::string& text, const std::string& recipient = "0612345678");
 /// Milliseconds from then to now.
 long long MsSince(std::chrono::steady_clock::time_point then);
 

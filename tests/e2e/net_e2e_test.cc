@@ -13,7 +13,6 @@
 namespace kw::e2e {
 namespace {
 
-const std::string kSuccess = "Successfully sent message <hello> to recipient <0612345678>\r\n";
 /// The dial, whose <CR> Sent merges with the TAP probes behind it.
 const std::string kDial = std::string("ATDT") + kCentre;
 /// A TAP login and block of "hello" to 0612345678 with the password "secret".
@@ -58,13 +57,11 @@ TEST(NetE2E, TwoSendsThroughSer2netRawAndOverRfc2217PutThePtysBytesOnTheLine) {
     const Ser2net server(rig, c.rfc2217);
     ASSERT_EQ(server.problem(), "");
     rig.WriteIni(PortIni(c.protocol == "tap" ? "TAP" : "UCP", server.entry(), c.provider));
-    EXPECT_EQ(rig.Run({"0612345678", "hello"}).out, kSuccess);
+    EXPECT_EQ(rig.Run({"0612345678", "hello"}).out, SuccessLine("hello"));
     rig.Transcript();
     std::this_thread::sleep_for(std::chrono::milliseconds(100));  // ser2net closes the pty
     const RunResult second = rig.Run({"0612345678", c.second}, {{"LC_ALL=C.UTF-8"}});
-    const std::string shown = UnderWine() || !c.rfc2217 ? c.second : "y\u00FF";
-    EXPECT_EQ(second.out,
-              "Successfully sent message <" + shown + "> to recipient <0612345678>\r\n");
+    EXPECT_EQ(second.out, SuccessLine(UnderWine() || !c.rfc2217 ? c.second : "y\u00FF"));
     const std::string transcript = rig.Transcript(" -- close\n", 2);
     EXPECT_EQ(Sent(transcript), c.sent) << transcript;
     EXPECT_EQ(Count(transcript, " -- line "), 2) << transcript;
@@ -85,19 +82,19 @@ TEST(NetE2E, ASecondRunOnAHeldPortOrAddressGets520AtOnceAndTheFirstCallGoesOn) {
     pid_t first_pid = 0;
     RunOptions options{{"LC_ALL=C.UTF-8"}};
     options.started = [&first_pid](pid_t pid) { first_pid = pid; };
-    RunResult first, second;
+    RunResult first;
     std::thread run([&] { first = rig.Run({"0612345678", "h\xE9llo  w\x80rld", "x"}, options); });
     rig.Transcript("> ATDT");  // the first run has the port
     const std::string lock =
         "/run/lock/LCK.." + (tcp ? "net:" + rig.pty() : "pts_" + rig.pty().substr(9));
     const std::string held = ReadFile(lock);
     const auto start = std::chrono::steady_clock::now();
-    second = rig.Run({"0612345678", "other"});
+    const RunResult second = rig.Run({"0612345678", "other"});
     EXPECT_LT(MsSince(start), 2000);
     run.join();
     EXPECT_EQ(second.out, kPortTaken);
-    const std::string shown = UnderWine() ? "h\xE9llo  w\x80rld x" : "h\u00E9llo  w\u20ACrld x";
-    EXPECT_EQ(first.out, "Successfully sent message <" + shown + "> to recipient <0612345678>\r\n");
+    EXPECT_EQ(first.out,
+              SuccessLine(UnderWine() ? "h\xE9llo  w\x80rld x" : "h\u00E9llo  w\u20ACrld x"));
     // The block sums to 0x7D2; the transcript shows UTF-8.
     const std::string transcript = rig.Transcript();
     EXPECT_EQ(Sent(transcript), kDial +
@@ -121,7 +118,7 @@ TEST(NetE2E, ADirectLinkSendsByTapAndUcpWithNoAtCommand) {
     const Rig rig(Centre(c.protocol, {"--listen", "127.0.0.1:0", "--no-modem"}));
     rig.WriteIni(DirectIni(c.protocol == "tap" ? "TAP" : "UCP", rig.pty(), c.provider));
     const std::string out = rig.Run({"/DEBUG", "0612345678", "hello"}).out;
-    EXPECT_EQ(out.substr(out.rfind("Successfully")), kSuccess);
+    EXPECT_EQ(out.substr(out.rfind("Successfully")), SuccessLine("hello"));
     EXPECT_NE(out.find("\tConnecting to sms center (" + rig.pty() + ")\r\n"), std::string::npos);
     const std::string transcript = rig.Transcript();
     EXPECT_EQ(Sent(transcript), c.sent) << transcript;
