@@ -63,12 +63,10 @@ void Stop(pid_t pid) {
 /// Starts argv in dir with stdin from /dev/null, stdout and stderr to out and err (kept if -1).
 pid_t Spawn(const std::vector<std::string>& argv, const RunOptions& options, const std::string& dir,
             int out, int err) {
+  std::vector<std::string> entries(options.env);  // over the test's environment
+  for (char** entry = environ; *entry; ++entry) entries.insert(entries.begin(), *entry);
   std::map<std::string, std::string> vars;
-  const auto put = [&vars](const std::string& entry) {
-    vars[entry.substr(0, entry.find('='))] = entry;
-  };
-  for (char** entry = environ; entry && *entry; ++entry) put(*entry);
-  for (const std::string& entry : options.env) put(entry);
+  for (const std::string& entry : entries) vars[entry.substr(0, entry.find('='))] = entry;
   std::vector<char*> args, env;  // made before the fork: the child may only call safe functions
   for (const std::string& arg : argv) args.push_back(const_cast<char*>(arg.c_str()));
   for (const auto& var : vars) env.push_back(const_cast<char*>(var.second.c_str()));
@@ -159,16 +157,13 @@ Rig::Rig(const std::vector<std::string>& sim_args, const std::string& name) {
   close(ready[0]);
   if (line.rfind("READY ", 0) != 0) throw std::runtime_error("no READY from the sim: " + line);
   pty_ = line.substr(6, line.size() - 7);
+  WriteIni(PortIni("TAP", ProgramPath(pty_)));
 }
 
 Rig::~Rig() {
   Stop(sim_);
   std::error_code ignored;
   std::filesystem::remove_all(root_, ignored);
-}
-
-std::string Rig::Ini(const std::string& protocol, const std::string& provider) const {
-  return PortIni(protocol, ProgramPath(pty_), provider);
 }
 
 void Rig::WriteIni(const std::string& bytes) const {
@@ -250,9 +245,8 @@ int Count(const std::string& text, const std::string& what) {
 }
 
 void AsNobody() {
-  if (getuid() == 0 && (setgroups(0, nullptr) != 0 || setgid(65534) != 0 || setuid(65534) != 0)) {
-    _exit(126);
-  }
+  if (getuid() != 0) return;
+  if (setgroups(0, nullptr) != 0 || setgid(65534) != 0 || setuid(65534) != 0) _exit(126);
 }
 
 std::string SuccessLine(const std::string& text, const std::string& recipient) {

@@ -38,8 +38,9 @@ struct RunOptions {
 
 /// A fresh folder under /tmp with copies of kestrawind and kestrawind-send in it (the Windows
 /// programs under Wine) and, given simulator arguments, a kestrawind-sim on a pty (or, with
-/// --listen, on a TCP address) that writes transcript.txt there; given a name, the folder is one
-/// of that name inside the fresh one. The destructor stops the simulator and removes the folder.
+/// --listen, on a TCP address) that writes transcript.txt there, and a kestrawind.ini that sends
+/// by TAP through the pty; given a name, the folder is one of that name inside the fresh one. The
+/// destructor stops the simulator and removes the folder.
 class Rig {
  public:
   explicit Rig(const std::vector<std::string>& sim_args = {}, const std::string& name = "");
@@ -51,8 +52,6 @@ class Rig {
   std::string File(const std::string& name) const { return dir_ + "/" + name; }
   /// The simulator's pty, or its address when it listens on TCP.
   const std::string& pty() const { return pty_; }
-  /// An ini that sends by the protocol through the pty, with more lines in [Provider].
-  std::string Ini(const std::string& protocol, const std::string& provider = "") const;
   /// Writes kestrawind.ini with exactly these bytes.
   void WriteIni(const std::string& bytes) const;
   /// Runs the program in the folder (under Wine with exactly the raw line that the native
