@@ -11,6 +11,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
@@ -319,9 +320,7 @@ FullListener::FullListener() {
   std::this_thread::sleep_for(std::chrono::milliseconds(100));
 }
 
-FullListener::~FullListener() {
-  for (int fd : fds_) close(fd);
-}
+FullListener::~FullListener() { std::for_each(fds_.begin(), fds_.end(), close); }
 
 Ser2net::Ser2net(const Rig& rig, bool rfc2217) {
   const int port = FreePort();

@@ -10,7 +10,7 @@
 
 namespace kw::e2e {
 
-/// The centre number in every ini that Rig::Ini writes.
+/// The centre number in every ini that PortIni writes.
 constexpr char kCentre[] = "0800123456";
 /// kestrawind's line for a port that it can't open.
 constexpr char kPortTaken[] =
