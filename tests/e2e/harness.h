@@ -24,14 +24,14 @@ struct RunResult {
 
 /// What a test may add to a run.
 struct RunOptions {
+  /// The folder's program of that name, or one by its absolute path run natively (a shell).
+  std::string program = "kestrawind";
   /// Entries ("NAME=value") put over the test's environment.
   std::vector<std::string> env;
   /// Runs in the child right before exec: async-signal-safe calls only.
   void (*in_child)() = nullptr;
   /// Runs in the test once the program has started, with its pid.
   std::function<void(pid_t)> started = nullptr;
-  /// The folder's program of that name, or one by its absolute path run natively (a shell).
-  std::string program = "kestrawind";
   /// A descriptor for standard output in place of a file (out is then "").
   int out = -1;
 };

@@ -53,8 +53,8 @@ TEST(NetE2E, TwoSendsThroughSer2netRawAndOverRfc2217PutThePtysBytesOnTheLine) {
     EXPECT_EQ(rig.Run({"0612345678", "hello"}).out, SuccessLine("hello"));
     rig.Transcript();
     std::this_thread::sleep_for(std::chrono::milliseconds(100));  // ser2net closes the pty
-    const RunResult second = rig.Run({"0612345678", c.second}, {{"LC_ALL=C.UTF-8"}});
-    EXPECT_EQ(second.out, SuccessLine(UnderWine() || !c.rfc2217 ? c.second : "y\u00FF"));
+    EXPECT_EQ(rig.Run({"0612345678", c.second}, {"kestrawind", {"LC_ALL=C.UTF-8"}}).out,
+              SuccessLine(UnderWine() || !c.rfc2217 ? c.second : "y\u00FF"));
     const std::string transcript = rig.Transcript(" -- close\n", 2);
     EXPECT_EQ(Sent(transcript), c.sent) << transcript;
     EXPECT_EQ(Count(transcript, " -- line "), 2) << transcript;
@@ -73,7 +73,7 @@ TEST(NetE2E, ASecondRunOnAHeldPortOrAddressGets520AtOnceAndTheFirstCallGoesOn) {
     Rig rig({"--centre", "tap", tcp ? "--listen" : "--runs", tcp ? "127.0.0.1:0" : "1"});
     if (tcp) rig.WriteIni(PortIni("TAP", "tcp://" + rig.pty()));
     pid_t first_pid = 0;
-    RunOptions options{{"LC_ALL=C.UTF-8"}};
+    RunOptions options{"kestrawind", {"LC_ALL=C.UTF-8"}};
     options.started = [&first_pid](pid_t pid) { first_pid = pid; };
     RunResult first;
     std::thread run([&] { first = rig.Run({"0612345678", "h\xE9llo  w\x80rld", "x"}, options); });

@@ -184,8 +184,7 @@ TEST(ProcessE2E, SendGoesOnWhereOutputOrTheLockFolderFails) {
     SCOPED_TRACE(shell_line);
     if (Count(shell_line, "unshare") > 0 && geteuid() != 0) continue;  // only root may mount
     Rig rig({"--centre", "tap"});
-    RunOptions shell;
-    shell.program = "/bin/bash";
+    RunOptions shell{"/bin/bash", {}};
     shell.in_child = [] { signal(SIGPIPE, SIG_DFL); };  // as in a terminal
     EXPECT_EQ(rig.Run({"-c", shell_line}, shell).err, err);
     // The dialogue of a send and nothing else: no debug line on the line.

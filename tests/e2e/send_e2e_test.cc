@@ -52,17 +52,15 @@ TEST(FrontendE2eTest, UsageAndBadInputGiveTheirLinesByteForByte) {
 // with a byte-order mark (Notepad's default), the run sends and shows the provider's name as it was
 // written. Why an ini can't be read is kestrawind-send's to show (below).
 TEST(FrontendE2eTest, ReadsTheIniAsUtf8FromAnyFolder) {
-  const std::string shown = "\tProvider Id : Zo" +
-                            std::string(UnderWine() ? "\xEB T\xE9l\xE9" : "\u00EB T\u00E9l\u00E9") +
-                            "com\r\n";
+  const std::string id = "Zo\u00EB T\u00E9l\u00E9com";
+  // The Windows program writes its ANSI code page.
+  const std::string shown = UnderWine() ? std::string("Zo\xEB T\xE9l\xE9") + "com" : id;
   for (const std::string mark : {"", "\xEF\xBB\xBF"}) {
     SCOPED_TRACE(mark);
     Rig rig({"--centre", "tap"}, mark.empty() ? "\xE7\x9F\xAD\xE4\xBF\xA1" : "");
-    rig.WriteIni(mark +
-                 PortIni("TAP", ProgramPath(rig.pty()), "Id=Zo\u00EB T\u00E9l\u00E9com\r\n"));
-    // The Windows program writes its ANSI code page.
-    const std::string out = rig.Run({"/DEBUG", "0612345678", "hello"}, {{kUtf8}}).out;
-    EXPECT_NE(out.find(shown), std::string::npos) << out;
+    rig.WriteIni(mark + PortIni("TAP", ProgramPath(rig.pty()), "Id=" + id + "\r\n"));
+    const std::string out = rig.Run({"/DEBUG", "0612345678", "hello"}, {"kestrawind", {kUtf8}}).out;
+    EXPECT_NE(out.find("\tProvider Id : " + shown + "\r\n"), std::string::npos) << out;
     EXPECT_EQ(out.substr(out.rfind("Successfully")), SuccessLine("hello"));
   }
 }
@@ -73,7 +71,7 @@ TEST(WineE2E, ResultLinesReachReportEventWithTheirTypesAndIds) {
   Rig rig({"--centre", "tap"});
   std::remove(rig.File("kestrawind.ini").c_str());
   // Wine stores no record; its event-log channel shows each one on standard error.
-  const RunOptions traced = {{"WINEDEBUG=+eventlog,+advapi"}};
+  const RunOptions traced = {"kestrawind", {"WINEDEBUG=+eventlog,+advapi"}};
   const RunResult error = rig.Run({"/LE", "0612", "hi"}, traced);
   const std::string line = "Error: [570] Configuration file not found.";
   EXPECT_EQ(error.out, line + "\r\n");
@@ -124,8 +122,7 @@ TEST(SendProgramE2E, EachCauseGivesItsStatusOneLineOnStandardErrorAndKestrawinds
     rig.WriteIni(PortIni("TAP", ProgramPath(path)));
     if (row.setup == kUnreadableIni || row.setup == kNoIni) path = rig.File("kestrawind.ini");
     if (row.setup == kNoIni) std::remove(path.c_str());
-    RunOptions options{{kUtf8}};
-    options.program = "kestrawind-send";
+    RunOptions options{"kestrawind-send", {kUtf8}};
     if (row.setup == kNoPermission || row.setup == kUnreadableIni) {
       options.in_child = AsNobody;        // whom permissions stop
       chmod(rig.File("").c_str(), 0755);  // nobody may start the programs
@@ -147,8 +144,7 @@ TEST(SendProgramE2E, EachCauseGivesItsStatusOneLineOnStandardErrorAndKestrawinds
 
 TEST(SendProgramE2E, ThreeRunsStartedTogetherAllSendOneAfterTheOther) {
   Rig rig(kTapSim);
-  RunOptions send;
-  send.program = "kestrawind-send";
+  const RunOptions send{"kestrawind-send", {}};
   const auto run = [&] { EXPECT_EQ(rig.Run({"0612", "hi"}, send).out, SuccessLine("hi", "0612")); };
   std::thread second(run), third(run);
   run();
@@ -182,8 +178,7 @@ TEST(SendProgramE2E, TextFromStandardInputAWarningForTheCodePageAndBadInput) {
        "Error: [570] Configuration file not found.\r\n", "kestrawind-send: /tmp: Is a directory\n"},
   };
   Rig rig(kTapSim);
-  RunOptions shell{{kUtf8}};
-  shell.program = "/bin/bash";
+  const RunOptions shell{"/bin/bash", {kUtf8}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.shell);
     const RunResult result = rig.Run({"-c", row.shell}, shell);
