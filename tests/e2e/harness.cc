@@ -97,20 +97,14 @@ pid_t Spawn(const std::vector<std::string>& argv, const RunOptions& options, con
 int DevLogSocket(bool bind_it, int flags = 0) {
   const sockaddr_un address{AF_UNIX, "/dev/log"};
   const auto* name = reinterpret_cast<const sockaddr*>(&address);
-  const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | flags, 0);
-  if ((bind_it ? bind(fd, name, sizeof address) : connect(fd, name, sizeof address)) == 0) {
-    return fd;
-  }
-  close(fd);
-  return -1;
+  const socklen_t size = sizeof address;
+  int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | flags, 0);
+  if ((bind_it ? bind(fd, name, size) : connect(fd, name, size)) != 0) close(fd), fd = -1;
+  return fd;
 }
 
 /// Whether a logger takes datagrams on /dev/log.
-bool LoggerListens() {
-  const int fd = DevLogSocket(false);
-  close(fd);
-  return fd >= 0;
-}
+bool LoggerListens() { return close(DevLogSocket(false)) == 0; }
 
 /// A TCP socket of 127.0.0.1 (port 0: a free one), bound, or connected without waiting; and its
 /// port.

@@ -113,8 +113,7 @@ TEST(NetE2E, ADirectLinkSendsByTapAndUcpWithNoAtCommand) {
     const std::string out = rig.Run({"/DEBUG", "0612345678", "hello"}).out;
     EXPECT_EQ(out.substr(out.rfind("Successfully")), SuccessLine("hello"));
     EXPECT_NE(out.find("\tConnecting to sms center (" + rig.pty() + ")\r\n"), std::string::npos);
-    const std::string transcript = rig.Transcript();
-    EXPECT_EQ(Sent(transcript), sent) << transcript;
+    EXPECT_EQ(Sent(rig.Transcript()), sent);
   }
 }
 

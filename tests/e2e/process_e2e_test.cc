@@ -68,7 +68,6 @@ TEST(ProcessE2E, SigtermMidSendHangsUpLogsTheErrorAndFreesThePort) {
                                    SignalWhen(InTranscript(rig, "probe 3"), {SIGTERM}, watch));
   const std::string error = kInterrupted + "TERM before the send was confirmed (in Kestrawind)";
   EXPECT_EQ(result.out + result.err, error + "\r\n");
-  EXPECT_EQ(result.status, 0);
   EXPECT_EQ(HangUps(rig, 1), 1);
   // Without a logger of our own (not root, no rsyslogd) the record goes unchecked.
   if (log.problem().empty()) {
@@ -131,8 +130,7 @@ TEST(ProcessE2E, OutputThatNobodyReadsCostsSecondsNotTheCall) {
     EXPECT_EQ(rig.Run({"/DEBUG", "0612345678", std::string(30000, 'x')}, options).status, 0);
     // A send takes 3 s and the output up to 5 s more; a signal ends the run in 2 s.
     EXPECT_LT(MsSince(watch.signalled), signal_number ? 2000 : 20000);
-    close(unread[0]);
-    close(unread[1]);
+    for (int fd : unread) close(fd);
     EXPECT_EQ(HangUps(rig, signal_number ? 2 : 1), signal_number ? 2 : 1);
   }
 }

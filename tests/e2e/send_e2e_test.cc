@@ -44,7 +44,6 @@ TEST(FrontendE2eTest, UsageAndBadInputGiveTheirLinesByteForByte) {
     SCOPED_TRACE(out);
     const RunResult run = rig.Run(args);
     EXPECT_EQ(run.out + run.err, out);
-    EXPECT_EQ(run.status, 0);
   }
 }
 
