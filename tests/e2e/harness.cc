@@ -64,12 +64,10 @@ void Stop(pid_t pid) {
 /// Starts argv in dir with stdin from /dev/null, stdout and stderr to out and err (kept if -1).
 pid_t Spawn(const std::vector<std::string>& argv, const RunOptions& options, const std::string& dir,
             int out, int err) {
+  std::vector<std::string> entries(options.env);  // over the test's environment
+  for (char** entry = environ; *entry; ++entry) entries.insert(entries.begin(), *entry);
   std::map<std::string, std::string> vars;
-  const auto put = [&vars](const std::string& entry) {
-    vars[entry.substr(0, entry.find('='))] = entry;
-  };
-  for (char** entry = environ; entry && *entry; ++entry) put(*entry);
-  for (const std::string& entry : options.env) put(entry);
+  for (const std::string& entry : entries) vars[entry.substr(0, entry.find('='))] = entry;
   std::vector<char*> args, env;  // made before the fork: the child may only call safe functions
   for (const std::string& arg : argv) args.push_back(const_cast<char*>(arg.c_str()));
   for (const auto& var : vars) env.push_back(const_cast<char*>(var.second.c_str()));
@@ -97,33 +95,22 @@ pid_t Spawn(const std::vector<std::string>& argv, const RunOptions& options, con
 
 /// A datagram socket, bound to /dev/log or connected to it; -1 when that fails.
 int DevLogSocket(bool bind_it, int flags = 0) {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  std::snprintf(address.sun_path, sizeof address.sun_path, "/dev/log");
+  const sockaddr_un address{AF_UNIX, "/dev/log"};
+  const auto* name = reinterpret_cast<const sockaddr*>(&address);
+  const socklen_t size = sizeof address;
   int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | flags, 0);
-  const auto* name = reinterpret_cast<sockaddr*>(&address);
-  if ((bind_it ? bind(fd, name, sizeof address) : connect(fd, name, sizeof address)) != 0) {
-    close(fd);
-    fd = -1;
-  }
+  if ((bind_it ? bind(fd, name, size) : connect(fd, name, size)) != 0) close(fd), fd = -1;
   return fd;
 }
 
 /// Whether a logger takes datagrams on /dev/log.
-bool LoggerListens() {
-  const int fd = DevLogSocket(false);
-  close(fd);
-  return fd >= 0;
-}
+bool LoggerListens() { return close(DevLogSocket(false)) == 0; }
 
 /// A TCP socket of 127.0.0.1 (port 0: a free one), bound, or connected without waiting; and its
 /// port.
 std::pair<int, int> Loopback(int port, bool connect_it, int flags = 0) {
   const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | flags, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(static_cast<uint16_t>(port));
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  sockaddr_in address{AF_INET, htons(static_cast<uint16_t>(port)), {htonl(INADDR_LOOPBACK)}, {}};
   auto* name = reinterpret_cast<sockaddr*>(&address);
   socklen_t size = sizeof address;
   if (connect_it) return {connect(fd, name, size), fd};
@@ -147,13 +134,11 @@ Rig::Rig(const std::vector<std::string>& sim_args, const std::string& name) {
   if (!mkdtemp(root)) throw std::runtime_error("mkdtemp failed");
   root_ = dir_ = root;
   if (!name.empty()) std::filesystem::create_directory(dir_ += "/" + name);
-  for (const std::string native : {KW_BINARY, KW_SEND_BINARY}) {
+  for (std::filesystem::path program : {KW_BINARY, KW_SEND_BINARY}) {
     // The Windows kestrawind-send is built beside the Windows kestrawind.
-    const std::string program = std::filesystem::path(native).filename().string();
-    const std::string wine =
-        std::filesystem::path(Env("KW_WINE_PROGRAM")).replace_filename(program + ".exe").string();
-    std::filesystem::copy_file(UnderWine() ? wine : native,
-                               File(UnderWine() ? program + ".exe" : program));
+    const std::filesystem::path exe = program.filename() += ".exe";
+    if (UnderWine()) program = std::filesystem::path(Env("KW_WINE_PROGRAM")).replace_filename(exe);
+    std::filesystem::copy_file(program, File(program.filename().string()));
   }
   if (sim_args.empty()) return;
   std::vector<std::string> argv = {KW_SIM_BINARY, "--transcript", File("transcript.txt")};
@@ -167,16 +152,13 @@ Rig::Rig(const std::vector<std::string>& sim_args, const std::string& name) {
   close(ready[0]);
   if (line.rfind("READY ", 0) != 0) throw std::runtime_error("no READY from the sim: " + line);
   pty_ = line.substr(6, line.size() - 7);
+  WriteIni(PortIni("TAP", ProgramPath(pty_)));
 }
 
 Rig::~Rig() {
   Stop(sim_);
   std::error_code ignored;
   std::filesystem::remove_all(root_, ignored);
-}
-
-std::string Rig::Ini(const std::string& protocol, const std::string& provider) const {
-  return PortIni(protocol, ProgramPath(pty_), provider);
 }
 
 void Rig::WriteIni(const std::string& bytes) const {
@@ -186,10 +168,10 @@ void Rig::WriteIni(const std::string& bytes) const {
 RunResult Rig::Run(const std::vector<std::string>& args, const RunOptions& options) const {
   static std::atomic<int> runs{0};
   const std::string base = File("run" + std::to_string(++runs));
-  const std::string name = options.send ? "kestrawind-send" : "kestrawind";
-  std::vector<std::string> argv = {options.program.empty() ? File(name) : options.program};
+  const std::string& name = options.program;
+  std::vector<std::string> argv = {name[0] == '/' ? name : File(name)};
   argv.insert(argv.end(), args.begin(), args.end());
-  if (UnderWine() && options.program.empty()) {
+  if (UnderWine() && name[0] != '/') {
     // Wine would re-quote a Unix argv: the launcher hands the program this raw line instead.
     std::vector<std::wstring> wide;
     for (const std::string& arg : args) wide.push_back(FromLocale(arg));
@@ -207,12 +189,9 @@ RunResult Rig::Run(const std::vector<std::string>& args, const RunOptions& optio
   close(out);
   close(err);
   if (options.started) options.started(pid);
-  RunResult result;
-  result.status = Reap(pid, 60000);
-  if (result.status == kRunning) kill(-pid, SIGKILL), result.status = Reap(pid, 5000);
-  result.out = ReadFile(base + ".out");
-  result.err = ReadFile(base + ".err");
-  return result;
+  int status = Reap(pid, 60000);
+  if (status == kRunning) kill(-pid, SIGKILL), status = Reap(pid, 5000);
+  return {ReadFile(base + ".out"), ReadFile(base + ".err"), status};
 }
 
 std::string Rig::Transcript(const std::string& text, int count) const {
@@ -261,15 +240,17 @@ int Count(const std::string& text, const std::string& what) {
 }
 
 void AsNobody() {
-  if (getuid() == 0 && (setgroups(0, nullptr) != 0 || setgid(65534) != 0 || setuid(65534) != 0)) {
-    _exit(126);
-  }
+  if (getuid() != 0) return;
+  if (setgroups(0, nullptr) != 0 || setgid(65534) != 0 || setuid(65534) != 0) _exit(126);
+}
+
+std::string SuccessLine(const std::string& text, const std::string& recipient) {
+  return "Successfully sent message <" + text + "> to recipient <" + recipient + ">\r\n";
 }
 
 long long MsSince(std::chrono::steady_clock::time_point then) {
-  return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() -
-                                                               then)
-      .count();
+  const auto took = std::chrono::steady_clock::now() - then;
+  return std::chrono::duration_cast<std::chrono::milliseconds>(took).count();
 }
 
 SystemLog::SystemLog(Kind kind) {
@@ -287,8 +268,7 @@ SystemLog::SystemLog(Kind kind) {
   if (kind == kStuck) {
     stuck_ = DevLogSocket(true);
     const int filler = DevLogSocket(false, SOCK_NONBLOCK);
-    while (send(filler, "x", 1, 0) == 1) {
-    }
+    while (send(filler, "x", 1, 0) == 1) continue;
     close(filler);
     if (stuck_ < 0 || filler < 0) problem_ = "can't make a socket on /dev/log";
     return;

@@ -10,7 +10,7 @@
 
 namespace kw::e2e {
 
-/// The centre number in every ini that Rig::Ini writes.
+/// The centre number in every ini that PortIni writes.
 constexpr char kCentre[] = "0800123456";
 /// kestrawind's line for a port that it can't open.
 constexpr char kPortTaken[] =
@@ -24,24 +24,23 @@ struct RunResult {
 
 /// What a test may add to a run.
 struct RunOptions {
+  /// The folder's program of that name, or one by its absolute path run natively (a shell).
+  std::string program = "kestrawind";
   /// Entries ("NAME=value") put over the test's environment.
   std::vector<std::string> env;
   /// Runs in the child right before exec: async-signal-safe calls only.
   void (*in_child)() = nullptr;
   /// Runs in the test once the program has started, with its pid.
   std::function<void(pid_t)> started = nullptr;
-  /// A program to run natively in place of the folder's kestrawind (such as a shell).
-  std::string program = "";
   /// A descriptor for standard output in place of a file (out is then "").
   int out = -1;
-  /// Runs the folder's kestrawind-send in place of its kestrawind.
-  bool send = false;
 };
 
 /// A fresh folder under /tmp with copies of kestrawind and kestrawind-send in it (the Windows
 /// programs under Wine) and, given simulator arguments, a kestrawind-sim on a pty (or, with
-/// --listen, on a TCP address) that writes transcript.txt there; given a name, the folder is one
-/// of that name inside the fresh one. The destructor stops the simulator and removes the folder.
+/// --listen, on a TCP address) that writes transcript.txt there, and a kestrawind.ini that sends
+/// by TAP through the pty; given a name, the folder is one of that name inside the fresh one. The
+/// destructor stops the simulator and removes the folder.
 class Rig {
  public:
   explicit Rig(const std::vector<std::string>& sim_args = {}, const std::string& name = "");
@@ -53,8 +52,6 @@ class Rig {
   std::string File(const std::string& name) const { return dir_ + "/" + name; }
   /// The simulator's pty, or its address when it listens on TCP.
   const std::string& pty() const { return pty_; }
-  /// An ini that sends by the protocol through the pty, with more lines in [Provider].
-  std::string Ini(const std::string& protocol, const std::string& provider = "") const;
   /// Writes kestrawind.ini with exactly these bytes.
   void WriteIni(const std::string& bytes) const;
   /// Runs the program in the folder (under Wine with exactly the raw line that the native
@@ -84,6 +81,8 @@ std::string ReadFile(const std::string& path);
 int Count(const std::string& text, const std::string& what);
 /// Makes a child nobody when the tests run as root (for RunOptions::in_child).
 void AsNobody();
+/// kestrawind's line for a message that it sent.
+std::string SuccessLine(const std::string& text, const std::string& recipient = "0612345678");
 /// Milliseconds from then to now.
 long long MsSince(std::chrono::steady_clock::time_point then);
 

@@ -6,6 +6,7 @@
 
 #include <cstdlib>
 #include <thread>
+#include <tuple>
 
 #include "e2e/harness.h"
 #include "gtest/gtest.h"
@@ -13,22 +14,13 @@
 namespace kw::e2e {
 namespace {
 
-const std::string kSuccess = "Successfully sent message <hello> to recipient <0612345678>\r\n";
 /// The dial, whose <CR> Sent merges with the TAP probes behind it.
 const std::string kDial = std::string("ATDT") + kCentre;
-/// A TAP login and block of "hello" to 0612345678 with the password "secret".
-const std::string kTapDialogue = "<CR><ESC>PG1secret<CR><STX>0612345678<CR>hello<CR><ETX>43=<CR>";
+/// A TAP login and block of "hello" to 0612345678.
+const std::string kTapDialogue = "<CR><ESC>PG1<CR><STX>0612345678<CR>hello<CR><ETX>43=<CR>";
 /// The frame of operation 01 for "hello" to 0612345678.
 const std::string kUcpFrame = "<STX>01/00042/O/01/0612345678///3/68656C6C6F/32<ETX>";
-const char kPassword[] = "Authentication=secret\r\n";
 const char kOp01[] = "OpType=01\r\nTextLength=320\r\n";
-
-/// Simulator arguments for a centre of the protocol ("tap" or "ucp"), TAP's with a password.
-std::vector<std::string> Centre(const std::string& protocol, std::vector<std::string> more) {
-  more.insert(more.end(), {"--centre", protocol});
-  if (protocol == "tap") more.insert(more.end(), {"--opt", "password=secret"});
-  return more;
-}
 
 /// An ini that reaches the centre at the address directly.
 std::string DirectIni(const std::string& protocol, const std::string& address,
@@ -46,25 +38,23 @@ TEST(NetE2E, TwoSendsThroughSer2netRawAndOverRfc2217PutThePtysBytesOnTheLine) {
     bool rfc2217;
     std::string protocol, provider, second, sent;
   } cases[] = {
-      {true, "tap", kPassword, "y\xFF",
+      {true, "tap", "", "y\xFF",
        kDial + kTapDialogue + "ATH" + kDial +
-           "<CR><ESC>PG1secret<CR><STX>0612345678<CR>y\u00FF<CR><ETX>3:1<CR>ATH"},
+           "<CR><ESC>PG1<CR><STX>0612345678<CR>y\u00FF<CR><ETX>3:1<CR>ATH"},
       {false, "ucp", kOp01, "hello",
        kDial + "<CR>" + kUcpFrame + "ATH" + kDial + "<CR>" + kUcpFrame + "ATH"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.sent);
-    Rig rig(Centre(c.protocol, {"--runs", "0", "--max-seconds", "60"}));
+    Rig rig({"--centre", c.protocol, "--runs", "0", "--max-seconds", "60"});
     const Ser2net server(rig, c.rfc2217);
     ASSERT_EQ(server.problem(), "");
     rig.WriteIni(PortIni(c.protocol == "tap" ? "TAP" : "UCP", server.entry(), c.provider));
-    EXPECT_EQ(rig.Run({"0612345678", "hello"}).out, kSuccess);
+    EXPECT_EQ(rig.Run({"0612345678", "hello"}).out, SuccessLine("hello"));
     rig.Transcript();
     std::this_thread::sleep_for(std::chrono::milliseconds(100));  // ser2net closes the pty
-    const RunResult second = rig.Run({"0612345678", c.second}, {{"LC_ALL=C.UTF-8"}});
-    const std::string shown = UnderWine() || !c.rfc2217 ? c.second : "y\u00FF";
-    EXPECT_EQ(second.out,
-              "Successfully sent message <" + shown + "> to recipient <0612345678>\r\n");
+    EXPECT_EQ(rig.Run({"0612345678", c.second}, {"kestrawind", {"LC_ALL=C.UTF-8"}}).out,
+              SuccessLine(UnderWine() || !c.rfc2217 ? c.second : "y\u00FF"));
     const std::string transcript = rig.Transcript(" -- close\n", 2);
     EXPECT_EQ(Sent(transcript), c.sent) << transcript;
     EXPECT_EQ(Count(transcript, " -- line "), 2) << transcript;
@@ -80,28 +70,28 @@ TEST(NetE2E, ASecondRunOnAHeldPortOrAddressGets520AtOnceAndTheFirstCallGoesOn) {
   for (const bool tcp : {false, true}) {
     SCOPED_TRACE(tcp);
     // On a pty, or listening on TCP (--runs 1 is the default).
-    Rig rig(Centre("tap", {tcp ? "--listen" : "--runs", tcp ? "127.0.0.1:0" : "1"}));
-    rig.WriteIni(tcp ? PortIni("TAP", "tcp://" + rig.pty(), kPassword) : rig.Ini("TAP", kPassword));
+    Rig rig({"--centre", "tap", tcp ? "--listen" : "--runs", tcp ? "127.0.0.1:0" : "1"});
+    if (tcp) rig.WriteIni(PortIni("TAP", "tcp://" + rig.pty()));
     pid_t first_pid = 0;
-    RunOptions options{{"LC_ALL=C.UTF-8"}};
+    RunOptions options{"kestrawind", {"LC_ALL=C.UTF-8"}};
     options.started = [&first_pid](pid_t pid) { first_pid = pid; };
-    RunResult first, second;
+    RunResult first;
     std::thread run([&] { first = rig.Run({"0612345678", "h\xE9llo  w\x80rld", "x"}, options); });
     rig.Transcript("> ATDT");  // the first run has the port
     const std::string lock =
         "/run/lock/LCK.." + (tcp ? "net:" + rig.pty() : "pts_" + rig.pty().substr(9));
     const std::string held = ReadFile(lock);
     const auto start = std::chrono::steady_clock::now();
-    second = rig.Run({"0612345678", "other"});
+    const RunResult second = rig.Run({"0612345678", "other"});
     EXPECT_LT(MsSince(start), 2000);
     run.join();
     EXPECT_EQ(second.out, kPortTaken);
-    const std::string shown = UnderWine() ? "h\xE9llo  w\x80rld x" : "h\u00E9llo  w\u20ACrld x";
-    EXPECT_EQ(first.out, "Successfully sent message <" + shown + "> to recipient <0612345678>\r\n");
+    EXPECT_EQ(first.out,
+              SuccessLine(UnderWine() ? "h\xE9llo  w\x80rld x" : "h\u00E9llo  w\u20ACrld x"));
     // The block sums to 0x7D2; the transcript shows UTF-8.
     const std::string transcript = rig.Transcript();
     EXPECT_EQ(Sent(transcript), kDial +
-                                    "<CR><ESC>PG1secret<CR><STX>0612345678<CR>h\u00E9llo  "
+                                    "<CR><ESC>PG1<CR><STX>0612345678<CR>h\u00E9llo  "
                                     "w\u20ACrld x<CR><ETX>7=2<CR>ATH")
         << transcript;
     EXPECT_EQ(Count(transcript, " -- open\n") + Count(transcript, "second connection"), 1);
@@ -113,42 +103,38 @@ TEST(NetE2E, ASecondRunOnAHeldPortOrAddressGets520AtOnceAndTheFirstCallGoesOn) {
 }
 
 TEST(NetE2E, ADirectLinkSendsByTapAndUcpWithNoAtCommand) {
-  const struct {
-    std::string protocol, provider, sent;
-  } cases[] = {{"tap", kPassword, kTapDialogue}, {"ucp", kOp01, kUcpFrame}};
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.sent);
-    const Rig rig(Centre(c.protocol, {"--listen", "127.0.0.1:0", "--no-modem"}));
-    rig.WriteIni(DirectIni(c.protocol == "tap" ? "TAP" : "UCP", rig.pty(), c.provider));
+  const std::tuple<std::string, std::string, std::string> cases[] = {{"TAP", "", kTapDialogue},
+                                                                     {"UCP", kOp01, kUcpFrame}};
+  for (const auto& [protocol, provider, sent] : cases) {
+    SCOPED_TRACE(protocol);
+    const Rig rig(
+        {"--centre", protocol == "TAP" ? "tap" : "ucp", "--listen", "127.0.0.1:0", "--no-modem"});
+    rig.WriteIni(DirectIni(protocol, rig.pty(), provider));
     const std::string out = rig.Run({"/DEBUG", "0612345678", "hello"}).out;
-    EXPECT_EQ(out.substr(out.rfind("Successfully")), kSuccess);
+    EXPECT_EQ(out.substr(out.rfind("Successfully")), SuccessLine("hello"));
     EXPECT_NE(out.find("\tConnecting to sms center (" + rig.pty() + ")\r\n"), std::string::npos);
-    const std::string transcript = rig.Transcript();
-    EXPECT_EQ(Sent(transcript), c.sent) << transcript;
+    EXPECT_EQ(Sent(rig.Transcript()), sent);
   }
 }
 
 TEST(NetE2E, ARefusedAndAnUnansweredConnectionEndWithinTheTimeout) {
   FullListener unanswered;
-  const struct {
-    int port;
-    std::string line, reason;
-  } cases[] = {
+  const std::tuple<int, std::string, std::string> cases[] = {
       {FreePort(), "Error: [524] The sms center refused the connection or can't be reached.",
        "Connection refused"},
       {unanswered.port(), "Error: [523] Connection timed out. No response from sms center.",
        "Connection timed out"},
   };
   Rig rig;
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.line);
-    const std::string address = "127.0.0.1:" + std::to_string(c.port);
+  for (const auto& [port, line, reason] : cases) {
+    SCOPED_TRACE(line);
+    const std::string address = "127.0.0.1:" + std::to_string(port);
     rig.WriteIni(DirectIni("UCP", address, "TextLength=320\r\n", 2));
     const auto start = std::chrono::steady_clock::now();
     const std::string out = rig.Run({"/DEBUG", "0612345678", "hi"}).out;
     EXPECT_LT(MsSince(start), 4000);
-    EXPECT_EQ(out.substr(out.rfind("Error: ")), c.line + "\r\n");
-    const std::string cause = "\tCause: " + address + ": " + (UnderWine() ? "" : c.reason);
+    EXPECT_EQ(out.substr(out.rfind("Error: ")), line + "\r\n");
+    const std::string cause = "\tCause: " + address + ": " + (UnderWine() ? "" : reason);
     EXPECT_NE(out.find(cause), std::string::npos) << out;
   }
 }
