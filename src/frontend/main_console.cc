@@ -179,7 +179,7 @@ int RunProgram() {
   // it stands in for the platform's own names of serial ports. Read from the file as the settings
   // read it: the file is read once.
   std::unique_ptr<Runtime> runtime = NewSystemRuntime(
-      [&config](int16_t port) { return config.Get(L"Ports", std::to_wstring(port), L""); });
+      [&config](int16_t port) { return config.Get(L"Ports", DecimalText(port), L""); });
   ScopedRuntime installed(*runtime);
   Main(config);
   return 0;
