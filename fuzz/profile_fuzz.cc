@@ -3,12 +3,12 @@
 #include <stdlib.h>
 
 #include <algorithm>
-#include <clocale>
 #include <filesystem>
 #include <fstream>
 #include <string_view>
 
 #include "fuzz_util.h"
+#include "os/locale_text-posix.h"
 #include "os/profile.h"
 
 namespace kw::fuzz {
@@ -63,7 +63,8 @@ void FuzzOne(const std::string& input) {
 }  // namespace kw::fuzz
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  std::setlocale(LC_ALL, "C.UTF-8");  // as main sets it from a UTF-8 environment
+  ::setenv("LC_ALL", "C.UTF-8", 1);  // as a run in a UTF-8 environment loads it
+  kw::LoadUserLocale();
   // In memory where there is such a folder: every run rewrites the file dozens of times, and a
   // disk file system flushes a truncated file on close.
   char memory[] = "/dev/shm/kw-fuzz-XXXXXX", disk[] = "/tmp/kw-fuzz-XXXXXX";

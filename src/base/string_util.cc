@@ -11,6 +11,11 @@ std::wstring ToUpper(std::wstring text) {
   return text;
 }
 
+std::wstring DecimalText(long long n) {
+  const std::string digits = std::to_string(n);
+  return std::wstring(digits.begin(), digits.end());
+}
+
 std::wstring TrimBlanks(const std::wstring& text) {
   size_t first = text.find_first_not_of(L' ');
   if (first == std::wstring::npos) return L"";

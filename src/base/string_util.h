@@ -20,6 +20,10 @@ std::wstring StripChar(std::wstring text, const std::wstring& character);
 /// Keeps the characters 0 to 9 of the text, in their order.
 std::wstring DigitsOnly(const std::wstring& text);
 
+/// The decimal digits of a number, with "-" before a negative one: std::to_wstring without the
+/// C library's formatted print, whose first use costs a run more than its start.
+std::wstring DecimalText(long long n);
+
 /// Upper-cases a text by the rules of the locale.
 std::wstring ToUpper(std::wstring text);
 

@@ -1,6 +1,5 @@
 #include "frontend/main_console.h"
 
-#include <clocale>
 #include <exception>
 #include <memory>
 #include <new>
@@ -169,14 +168,8 @@ void StartProcess() {
   // Before anything opens a file; a signal that comes before this point finds nothing to undo.
   GuardStandardStreams();
   ArmInterruptHandlers();
-  // Of the locale only the parts that the program uses: the encoding of text, the date and time in
-  // the debug log and the system's error texts. Loading every part took a good share of the time
-  // from the start to the first byte on the line.
-  std::setlocale(LC_CTYPE, "");
-  std::setlocale(LC_TIME, "");
-#ifdef LC_MESSAGES  // not on Windows, whose error texts don't come from the C library
-  std::setlocale(LC_MESSAGES, "");
-#endif
+  // The locale is not loaded here: the conversions of text, the date in the debug log and the
+  // system's error texts load it when they first need it.
 }
 
 int RunProgram() {
@@ -186,7 +179,7 @@ int RunProgram() {
   // it stands in for the platform's own names of serial ports. Read from the file as the settings
   // read it: the file is read once.
   std::unique_ptr<Runtime> runtime = NewSystemRuntime(
-      [&config](int16_t port) { return config.Get(L"Ports", std::to_wstring(port), L""); });
+      [&config](int16_t port) { return config.Get(L"Ports", DecimalText(port), L""); });
   ScopedRuntime installed(*runtime);
   Main(config);
   return 0;

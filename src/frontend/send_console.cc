@@ -7,6 +7,7 @@
 
 #include "base/error.h"
 #include "base/error_numbers.h"
+#include "base/string_util.h"
 #include "base/text.h"
 #include "config/ini_access.h"
 #include "frontend/command_line.h"
@@ -107,7 +108,7 @@ int RunSendProgram() {
                      : options.config_file);
   // The section "Ports" of the ini names the device of a port number, as for kestrawind.
   std::unique_ptr<Runtime> runtime = NewSystemRuntime(
-      [&config](int16_t port) { return config.Get(L"Ports", std::to_wstring(port), L""); });
+      [&config](int16_t port) { return config.Get(L"Ports", DecimalText(port), L""); });
   ScopedRuntime installed(*runtime);
   return SendWithOptions(options, config);
 }

@@ -1,9 +1,13 @@
-// The locale's encoding on POSIX: the C library's multibyte conversion under the locale that
-// main set from the environment, except in the C and POSIX locales, which are read as UTF-8.
+// The locale's encoding on POSIX: the C library's multibyte conversion under the locale that the
+// environment names, except in the C and POSIX locales, which are read as UTF-8.
+#include "os/locale_text-posix.h"
+
+#include <algorithm>
 #include <clocale>
 #include <cstdint>
 #include <cstring>
 #include <cwchar>
+#include <mutex>
 #include <string>
 
 #include "base/text.h"
@@ -75,9 +79,28 @@ void AppendUtf8(std::string& out, wchar_t c) {
   }
 }
 
+/// Whether every character is plain ASCII, which reads and writes the same in every locale.
+template <typename Text>
+bool IsAscii(const Text& text) {
+  return std::all_of(text.begin(), text.end(),
+                     [](auto c) { return static_cast<uint32_t>(c) < 0x80; });
+}
+
 }  // namespace
 
+void LoadUserLocale() {
+  // Loading a locale reads its files (an alias table, the encoding's tables): a good share of the
+  // time from the start to the first byte on the line, which most runs, all in ASCII, don't need.
+  static std::once_flag loaded;
+  std::call_once(loaded, [] {
+    std::setlocale(LC_CTYPE, "");
+    std::setlocale(LC_TIME, "");
+    std::setlocale(LC_MESSAGES, "");
+  });
+}
+
 std::wstring FromLocale(const std::string& bytes) {
+  if (!IsAscii(bytes)) LoadUserLocale();
   std::wstring out;
   out.reserve(bytes.size());
   const bool utf8 = InPlainLocale();
@@ -107,6 +130,7 @@ std::wstring FromLocale(const std::string& bytes) {
 }
 
 std::string ToLocale(const std::wstring& text) {
+  if (!IsAscii(text)) LoadUserLocale();
   std::string out;
   out.reserve(text.size());
   if (InPlainLocale()) {

@@ -1,6 +1,11 @@
+#include "os/locale_text-posix.h"
+
 #include <gtest/gtest.h>
+#include <stdlib.h>
 
 #include <clocale>
+#include <cstring>
+#include <functional>
 
 #include "base/text.h"
 
@@ -8,6 +13,7 @@
 // sequence is read alone as Windows-1252, and what has no UTF-8 form is written as "?".
 TEST(LocaleTextPosix, ReadsAndWritesUtf8) {
   using std::string_literals::operator""s;
+  kw::LoadUserLocale();  // the program's own, done with before the test sets its own
   const std::string old_locale = std::setlocale(LC_ALL, nullptr);
   for (const char* locale : {"C", "POSIX", "C.UTF-8"}) {
     ASSERT_NE(std::setlocale(LC_ALL, locale), nullptr);
@@ -24,4 +30,24 @@ TEST(LocaleTextPosix, ReadsAndWritesUtf8) {
         << locale;
   }
   std::setlocale(LC_ALL, old_locale.c_str());
+}
+
+// The locale is loaded only when text beyond ASCII comes: a run all in ASCII never reads the
+// locale's files, and the first character beyond ASCII is converted in the user's encoding.
+void ExpectLoadedOnlyBeyondAscii(const std::function<void(bool beyond)>& convert) {
+  // Each test runs in a process of its own; run together with others, one may have loaded it.
+  if (std::strcmp(std::setlocale(LC_CTYPE, nullptr), "C") != 0) GTEST_SKIP();
+  ::setenv("LC_ALL", "C.UTF-8", 1);
+  convert(false);
+  EXPECT_STREQ(std::setlocale(LC_CTYPE, nullptr), "C");
+  convert(true);
+  EXPECT_STREQ(std::setlocale(LC_CTYPE, nullptr), "C.UTF-8");
+}
+
+TEST(LocaleTextPosix, FromLocaleLoadsTheLocaleBeyondAscii) {
+  ExpectLoadedOnlyBeyondAscii([](bool beyond) { kw::FromLocale(beyond ? "caf\xC3\xA9" : "cafe"); });
+}
+
+TEST(LocaleTextPosix, ToLocaleLoadsTheLocaleBeyondAscii) {
+  ExpectLoadedOnlyBeyondAscii([](bool beyond) { kw::ToLocale(beyond ? L"caf\u00E9" : L"cafe"); });
 }

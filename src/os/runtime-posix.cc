@@ -13,6 +13,7 @@
 
 #include "base/text.h"
 #include "os/interrupt.h"
+#include "os/locale_text-posix.h"
 #include "os/port_switch.h"
 #include "os/serial_comm-posix.h"
 #include "os/socket_comm.h"
@@ -66,6 +67,7 @@ class PosixRuntime final : public PollingRuntime {
     const std::time_t now = std::time(nullptr);
     std::tm local{};
     ::localtime_r(&now, &local);
+    LoadUserLocale();  // the date and time as the locale writes them
     char text[128];
     const size_t length = std::strftime(text, sizeof text, "%x %X", &local);
     return FromLocale(std::string(text, length));

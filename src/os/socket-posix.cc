@@ -17,6 +17,7 @@
 #include "base/text.h"
 #include "os/bounded_call.h"
 #include "os/interrupt.h"
+#include "os/locale_text-posix.h"
 #include "os/serial_errors.h"
 #include "os/socket.h"
 #include "os/system_error.h"
@@ -118,6 +119,7 @@ std::vector<Endpoint> Endpoints(const NetAddress& address, Clock::time_point dea
                        || lookup->result == EAI_NODATA
 #endif
       ;
+  LoadUserLocale();  // gai_strerror's text comes in the language of the locale
   throw Failure(unknown ? Cause::kNameUnknown : Cause::kOther, address,
                 FromLocale(lookup->result == 0 ? "no address" : ::gai_strerror(lookup->result)));
 }

@@ -1,6 +1,7 @@
 #include <string.h>
 
 #include "base/text.h"
+#include "os/locale_text-posix.h"
 #include "os/system_error.h"
 
 namespace kw {
@@ -15,6 +16,7 @@ namespace {
 }  // namespace
 
 std::wstring SystemErrorText(int code) {
+  LoadUserLocale();  // the texts come in the language of the locale
   char buffer[256] = {};
   return FromLocale(Pick(strerror_r(code, buffer, sizeof buffer), buffer));
 }
