@@ -22,7 +22,9 @@ runs = int(sys.argv[2]) if len(sys.argv) > 2 else 20
 master, slave = os.openpty()
 tty.setraw(master)
 slave_path = os.ttyname(slave)
-os.close(slave)
+# The slave stays open here for the whole run. While no process holds it, the master reads as
+# EIO, and the reader below could only wait for the program to open it in steps of a millisecond,
+# which hid every difference smaller than that.
 with open(os.path.join(folder, "kestrawind.ini"), "w") as ini:
     ini.write("[Provider]\nProtocol=TAP\nSmsCenterNumber=0800123456\n"
               f"[Modem]\nPort=1\n[Ports]\n1={slave_path}\n")
@@ -39,7 +41,7 @@ def read_some(timeout):
         return b""
     try:
         return os.read(master, 4096)
-    except OSError:  # nobody holds the slave open just now
+    except OSError:  # nobody holds the slave open (it is held above, so only if that failed)
         time.sleep(0.001)
         return b""
 
