@@ -122,7 +122,6 @@ TEST_F(SocketCommTest, ARawPortIsHeldAloneLosesTheLineWithTheConnectionAndNamesI
   comm->SetPortOpen(false);
 
   const std::pair<std::wstring, std::string> failures[] = {
-      {L"tcp://127.0.0.1:1", "8002 refused: 127.0.0.1:1: Connection refused"},
       {L"tcp://127.0.0.1:0", "8002 bad address: tcp://127.0.0.1:0: the port must be a number"},
       {L"tcp://name.invalid:1", "8002 unknown: name.invalid:1: "}};
   for (const auto& [port_entry, failure] : failures) {
