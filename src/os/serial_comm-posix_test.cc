@@ -119,8 +119,8 @@ TEST_F(PosixSerialCommTest, HoldsTheLineAloneClosesWithHangUpAndFailsOnWhatIsNot
   EXPECT_EQ(Line().c_cflag, foreign.c_cflag | HUPCL);  // HUPCL stays for whoever comes next
   EXPECT_EQ(Line().c_lflag, foreign.c_lflag);
 
-  // What is not a port, or is locked by another program, fails to open; a folder where no lock
-  // file can be made is noted, and the port opens.
+  // No port, or one locked by another program, fails to open; a folder where no lock file can be
+  // made is noted, and the port opens.
   TempFolder locks;
   std::ofstream(locks.path / PortLockName(slave)) << PortLockText(getppid());  // alive
   int notes = 0;
@@ -132,7 +132,6 @@ TEST_F(PosixSerialCommTest, HoldsTheLineAloneClosesWithHangUpAndFailsOnWhatIsNot
   };
   const std::string lock_file = (locks.path / PortLockName(slave)).string();
   const std::pair<std::string, std::string> failures[] = {
-      {"/dev/null", "8002 not a port: /dev/null: Inappropriate ioctl for device"},
       {"", "8002 none: "},
       {slave, "8005 busy: " + slave + ": in use by process " + std::to_string(getppid()) +
                   " (lock file " + lock_file + ")"}};
@@ -248,22 +247,20 @@ TEST_F(PosixSerialCommTest, ModemLineChangesRaiseTheirEventsInOrderUntilAHandler
 
 // A step of the opening that fails, through the system calls, gives its error with its cause (a
 // port that another holds, one that is missing or no port, one that the user may not open,
-// settings that can't be made), and leaves the port free.
+// settings that can't be made), and leaves the port free. (The end-to-end tests of
+// kestrawind-send show the commonest: a missing device, no permission, a hold with flock.)
 TEST_F(PosixSerialCommTest, AnOpeningThatFailsAtAnyStepGivesItsErrorAndLeavesThePortFree) {
   const struct {
     std::string call;
     int error;
     std::string raised;  // the slave's path follows the cause
   } rows[] = {{"open", EBUSY, "8005 busy: Device or resource busy"},
-              {"open", EACCES, "8002 no permission: Permission denied"},
               {"open", EPERM, "8002 no permission: Operation not permitted"},
-              {"open", ENOENT, "8002 missing: No such file or directory"},
               {"open", ENOTDIR, "8002 missing: Not a directory"},
               {"open", ENODEV, "8002 missing: No such device"},
               {"open", ENXIO, "8002 missing: No such device or address"},
               {"open", EISDIR, "8002 not a port: Is a directory"},
               {"open", EIO, "8002 other: Input/output error"},
-              {"flock", EWOULDBLOCK, "8005 busy: in use by another program (held with flock)"},
               {"flock", ENOLCK, "8002 other: No locks available"},
               {"tcgetattr", EIO, "8015 other: Input/output error"},
               {"tcsetattr", EIO, "8015 other: Input/output error"}};

@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "os/runtime-posix.h"
+#include "os/telnet.h"
 #include "unit_util.h"
 
 namespace kw {
@@ -31,8 +32,11 @@ struct SocketCommTest : testing::Test {
     port = std::to_wstring(ntohs(address.sin_port));
   }
   ~SocketCommTest() override { close(client), close(listener); }
-  /// Takes the next connection; false when none waits.
-  bool Accept() { return (client = accept(listener, nullptr, nullptr)) >= 0; }
+  /// Takes the next connection, waiting a second at most; false when none comes.
+  bool Accept() {
+    pollfd p{listener, POLLIN, 0};
+    return poll(&p, 1, 1000) > 0 && (client = accept(listener, nullptr, nullptr)) >= 0;
+  }
   /// Everything that has come from the program within 200 ms; "<EOF>" marks its close.
   std::string Read() {
     std::string got;
@@ -72,16 +76,13 @@ TEST_F(SocketCommTest, Rfc2217SetsTheLineUpFollowsTheCarrierAndDropsDtrBeforeClo
   comm->SetRTSEnable(true);
   // The server asks for the com port option and offers to echo, as terminal servers do.
   std::thread serve([&] {
-    for (int i = 0; i < 100 && !Accept(); ++i) usleep(10000);
-    Write(kIac + "\xFD," + kIac + "\xFB\x01" + Sb("k" + kZero) + "early");
+    if (Accept()) Write(kIac + "\xFD," + kIac + "\xFB\x01" + Sb("k" + kZero) + "early");
   });
   comm->SetPortOpen(true);
   serve.join();
+  // Binary and no go-aheads both ways, the com port option, a refusal of the echo, the set-up.
   EXPECT_EQ(Read(), kIac + "\xFB" + kZero + kIac + "\xFD" + kZero + kIac + "\xFB\x03" + kIac +
-                        "\xFD\x03" + kIac + "\xFB," + kIac + "\xFE\x01" +
-                        Sb(std::string("\x01\0\0%\x80", 5)) + Sb("\x02\x08") + Sb("\x03\x01") +
-                        Sb("\x04\x01") + Sb("\x05\x01") + Sb("\x05\x08") + Sb("\x05\x0B") +
-                        Sb("\x0B\xFF\xFF"));
+                        "\xFD\x03" + kIac + "\xFB," + kIac + "\xFE\x01" + ComPortSetUp(true));
   Until([&] { return !received.empty(); });
   EXPECT_TRUE(comm->CDHolding());  // carrier low at first: a device without lines
   comm->SetOutput(L"A\u00FF\r");
@@ -121,7 +122,6 @@ TEST_F(SocketCommTest, ARawPortIsHeldAloneLosesTheLineWithTheConnectionAndNamesI
   comm->SetPortOpen(false);
 
   const std::pair<std::wstring, std::string> failures[] = {
-      {L"tcp://127.0.0.1:1", "8002 refused: 127.0.0.1:1: Connection refused"},
       {L"tcp://127.0.0.1:0", "8002 bad address: tcp://127.0.0.1:0: the port must be a number"},
       {L"tcp://name.invalid:1", "8002 unknown: name.invalid:1: "}};
   for (const auto& [port_entry, failure] : failures) {

@@ -5,11 +5,7 @@
 namespace kw {
 
 /// The bytes as a string, IAC and the rest written out.
-std::string Bytes(std::initializer_list<int> bytes) {
-  std::string s;
-  for (int b : bytes) s.push_back(static_cast<char>(b));
-  return s;
-}
+std::string Bytes(std::initializer_list<int> bytes) { return {bytes.begin(), bytes.end()}; }
 
 constexpr int kIac = 255, kWill = 251, kWont = 252, kDo = 253, kDont = 254, kSb = 250, kSe = 240;
 
@@ -19,6 +15,7 @@ TEST(TelnetCodecTest, DecodesDataAnswersWhatChangesAndCollectsSubnegotiations) {
   const struct {
     std::string in, data, answers;
     std::vector<std::string> subs = {};
+    bool requests = false;  // its own first: WILL 44 twice (sent once) and DO 0
   } cases[] = {
       {"plain\r\n\0x", "plain\r\n\0x", ""},
       {Bytes({'a', kIac, kIac, 'b'}), "a\xFF\x62", ""},
@@ -26,6 +23,13 @@ TEST(TelnetCodecTest, DecodesDataAnswersWhatChangesAndCollectsSubnegotiations) {
       // not answered again.
       {Bytes({kIac, kDo, 44, kIac, kDo, 44}), "", Bytes({kIac, kWill, 44})},
       {Bytes({kIac, kWill, 0, kIac, kDo, 3}), "", Bytes({kIac, kDo, 0, kIac, kWill, 3})},
+      // Answers to its own requests set the states: turned off again, 44 is answered; refused,
+      // 0 is off and agreed when offered again.
+      {Bytes({kIac, kDo, 44, kIac, kWont, 0, kIac, kDont, 44, kIac, kWill, 0}),
+       "",
+       Bytes({kIac, kWill, 44, kIac, kDo, 0, kIac, kWont, 44, kIac, kDo, 0}),
+       {},
+       true},
       // Options it doesn't take: refused, every time they are asked for.
       {Bytes({kIac, kWill, 1, kIac, kDo, 1, kIac, kWill, 1}), "",
        Bytes({kIac, kDont, 1, kIac, kWont, 1, kIac, kDont, 1})},
@@ -48,6 +52,10 @@ TEST(TelnetCodecTest, DecodesDataAnswersWhatChangesAndCollectsSubnegotiations) {
       TelnetCodec codec({0, 3, 44}, {0, 3});
       std::string data, answers;
       std::vector<std::string> subs;
+      if (c.requests) {
+        for (int i = 0; i < 2; ++i) codec.OfferLocal(44, &answers);
+        codec.AskRemote(0, &answers);
+      }
       for (size_t i = 0; i < c.in.size(); i += piece)
         codec.Decode(c.in.substr(i, piece), &data, &answers, &subs);
       EXPECT_EQ(data, c.data);
@@ -57,25 +65,6 @@ TEST(TelnetCodecTest, DecodesDataAnswersWhatChangesAndCollectsSubnegotiations) {
   }
 }
 
-TEST(TelnetCodecTest, OwnRequestsGoOnceAndTheirAnswersSetTheStates) {
-  TelnetCodec codec({0, 44}, {0});
-  std::string wire, data;
-  std::vector<std::string> subs;
-  codec.OfferLocal(44, &wire);
-  codec.OfferLocal(44, &wire);
-  codec.AskRemote(0, &wire);
-  EXPECT_EQ(wire, Bytes({kIac, kWill, 44, kIac, kDo, 0}));
-  EXPECT_EQ(codec.local(44), TelnetCodec::State::kAsked);
-  wire.clear();
-  codec.Decode(Bytes({kIac, kDo, 44, kIac, kWont, 0}), &data, &wire, &subs);
-  EXPECT_EQ(wire, "");
-  EXPECT_EQ(codec.local(44), TelnetCodec::State::kYes);
-  EXPECT_EQ(codec.remote(0), TelnetCodec::State::kNo);
-  codec.Decode(Bytes({kIac, kDont, 44}), &data, &wire, &subs);
-  EXPECT_EQ(wire, Bytes({kIac, kWont, 44}));
-  EXPECT_EQ(codec.local(44), TelnetCodec::State::kNo);
-}
-
 TEST(TelnetCodecTest, SubnegotiationsAndCommandsAreFramedWithIacDoubled) {
   std::string wire;
   TelnetCodec::Escape("a\xFF\xFF", &wire);
@@ -83,16 +72,15 @@ TEST(TelnetCodecTest, SubnegotiationsAndCommandsAreFramedWithIacDoubled) {
   EXPECT_EQ(TelnetCodec::Subnegotiation(44, "\x0C\xFF"),
             Bytes({kIac, kSb, 44, 12, kIac, kIac, kIac, kSe}));
   // 9600 baud, 8 data bits, no parity, 1 stop bit, no flow control, DTR on, RTS as asked, and
-  // notices of every modem line (the mask 255, doubled).
-  const auto sb = [](int command, std::initializer_list<int> value) {
-    std::string s = Bytes({kIac, kSb, 44, command});
-    for (int b : value) s.push_back(static_cast<char>(b));
-    return s + Bytes({kIac, kSe});
+  // notices of every modem line.
+  const auto sb = [](std::initializer_list<int> bytes) {
+    return TelnetCodec::Subnegotiation(44, Bytes(bytes));
   };
   const std::string lines =
-      sb(1, {0, 0, 0x25, 0x80}) + sb(2, {8}) + sb(3, {1}) + sb(4, {1}) + sb(5, {1}) + sb(5, {8});
-  EXPECT_EQ(ComPortSetUp(true), lines + sb(5, {11}) + sb(11, {255, 255}));
-  EXPECT_EQ(ComPortSetUp(false), lines + sb(5, {12}) + sb(11, {255, 255}));
+      sb({1, 0, 0, 0x25, 0x80}) + sb({2, 8}) + sb({3, 1}) + sb({4, 1}) + sb({5, 1}) + sb({5, 8});
+  for (const bool rts : {true, false}) {
+    EXPECT_EQ(ComPortSetUp(rts), lines + sb({5, rts ? 11 : 12}) + sb({11, 255}));
+  }
 }
 
 }  // namespace kw
