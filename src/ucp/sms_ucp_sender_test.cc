@@ -24,6 +24,7 @@ TEST(UcpSendTest, BuildsTheFrameSendsItAndJudgesTheReply) {
       {"OpType=30", "ok", 3000, Sent("01/00040/O/30/12345/678////////616263/75")},
       {"OpType=99;to=" + d17 + ";SenderNumber=" + d17,
        provider + "Operation not supported by system.", 3000, Sent("01/00017/O/99//05")},
+      {"SenderNumber=6/8", "ok", 3000, Sent("01/00036/O/01/12345/6/8//3/616263/B8")},  // as it is
       {"TextLength=6", "ok", 3000, Sent(f01)},
       {"TextLength=5", "[554] Message too long. Only 5 allowed for this provider.", 0, ""},
       {"TextLength=-1;text=", "[554] Message too long. Only -1 allowed for this provider.", 0, ""},
@@ -45,8 +46,10 @@ TEST(UcpSendTest, BuildsTheFrameSendsItAndJudgesTheReply) {
       {"pieces=2;piece_gap_ms=1000", "ok", 4000, Sent(f01)},
       {"silent=1", too_many, 27000, Sent(f01, 5)},
       {"letter=a", too_many, 27000, Sent(f01, 5)},  // the letters count in capitals only
+      {"letter=n;code=24", too_many, 27000, Sent(f01, 5)},
       {"prefix=\00201/00019/R/01/a//89\003", too_many, 27000, Sent(f01, 5)},
       {"letter=N;code=01", provider + "Checksum error.", 3000, Sent(f01)},
+      {"letter=N;code=38", provider + "Message forwarded.", 3000, Sent(f01)},
       {"letter=N;code=28", provider, 3000, Sent(f01)},
       {"letter=N;truncate=17", provider, 3000, Sent(f01)},  // no code
       {"letter=N;code=24;truncate=18", provider, 3000, Sent(f01)},
