@@ -18,7 +18,6 @@ TEST(ExitStatusTest, CauseFirstThenTheTablesRowAndSoftwareForNone) {
   } rows[] = {
       {ini, Cause::kMissing, 78},
       {ini, Cause::kNotAPort, 78},
-      {ini, Cause::kNoPermission, 77},
       {hang_up(L"Modem hung up unexpectedly while logging in."), {}, 75},
       {hang_up(L"The message was not accepted by the provider."), {}, 69},
       {hang_up(L"A text that no row names."), {}, 70},
@@ -29,8 +28,7 @@ TEST(ExitStatusTest, CauseFirstThenTheTablesRowAndSoftwareForNone) {
       {AppError(kMessageTooLong, L"Message too long"), {}, 65},
       {Error(kTypeMismatch, kProgramSource, L"Type mismatch"), {}, 78},
       {Error(kInternalError, kProgramSource, L"Internal error: x"), {}, 70},
-      {AppError(kTypeMismatch, L"Type mismatch"), {}, 70},  // [13] is no row; [Unhandled][13] is
-      {AppError(599, L"An error of a newer program"), {}, 70}};
+      {AppError(kTypeMismatch, L"Type mismatch"), {}, 70}};  // [13] is no row; [Unhandled][13] is
   // The port's error by each cause in turn, kNone to kOther.
   std::string by_cause;
   for (int cause = 0; cause <= static_cast<int>(Cause::kOther); ++cause)

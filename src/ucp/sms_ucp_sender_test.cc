@@ -17,29 +17,25 @@ TEST(UcpSendTest, BuildsTheFrameSendsItAndJudgesTheReply) {
   const std::string d16(16, '1'), d17(17, '1'), d40(40, '1'), a304(304, 'a');
   const std::string f01 = "01/00036/O/01/12345/678//3/616263/C0";  // no password in 01 and 30
   const std::string too_many = "[557] Too many retries. The message was not delivered.",
-                    provider = "[559] Error received from provider : ",
-                    recipient = "[552] Recipient phone number too long.",
-                    sender = "[553] Sender phone number too long.",
-                    too_long = "[554] Message too long. Only ",
-                    limit = " allowed for this provider.";
+                    provider = "[559] Error received from provider : ";
   const test::RunCase cases[] = {
       {"", "ok", 3000, Sent(f01)},
       {"OpType=03", "ok", 3000, Sent("01/00050/O/03/12345/678/pw/0///////////3/616263/DA")},
       {"OpType=30", "ok", 3000, Sent("01/00040/O/30/12345/678////////616263/75")},
       {"OpType=99;to=" + d17 + ";SenderNumber=" + d17,
        provider + "Operation not supported by system.", 3000, Sent("01/00017/O/99//05")},
-      {"SenderNumber=6/8", "ok", 3000, Sent("01/00036/O/01/12345/6/8//3/616263/B8")},
+      {"SenderNumber=6/8", "ok", 3000, Sent("01/00036/O/01/12345/6/8//3/616263/B8")},  // as it is
       {"TextLength=6", "ok", 3000, Sent(f01)},
-      {"TextLength=5", too_long + "5" + limit, 0, ""},
-      {"TextLength=-1;text=", too_long + "-1" + limit, 0, ""},
+      {"TextLength=5", "[554] Message too long. Only 5 allowed for this provider.", 0, ""},
+      {"TextLength=-1;text=", "[554] Message too long. Only -1 allowed for this provider.", 0, ""},
       {"to=" + d16 + ";SenderNumber=" + d16, "ok", 3000,
        Sent("01/00060/O/01/" + d16 + "/" + d16 + "//3/616263/39")},
-      {"SenderNumber=" + d17, sender, 0, ""},
-      {"OpType=03;SenderNumber=" + d17, sender, 0, ""},
-      {"OpType=30;to=" + d17, recipient, 0, ""},
-      {"to=" + d17 + ";SenderNumber=" + d17, recipient, 0, ""},
+      {"SenderNumber=" + d17, "[553] Sender phone number too long.", 0, ""},
+      {"OpType=03;SenderNumber=" + d17, "[553] Sender phone number too long.", 0, ""},
+      {"OpType=30;to=" + d17, "[552] Recipient phone number too long.", 0, ""},
+      {"to=" + d17 + ";SenderNumber=" + d17, "[552] Recipient phone number too long.", 0, ""},
       {"to=" + d17 + ";SenderNumber=" + d17 + ";text=" + std::string(161, 'x'),
-       too_long + "320" + limit, 0, ""},
+       "[554] Message too long. Only 320 allowed for this provider.", 0, ""},
       {"OpType=51;to=" + d40 + ";SenderNumber=" + d40, "ok", 3000,
        Sent("01/00137/O/51/" + d40 + "/" + d40 + "/pw///////////////3//616263/////////////4F")},
       // The checksum's 16-bit total: 32,736 for 304 letters, past 32,767 for 305.
@@ -49,7 +45,7 @@ TEST(UcpSendTest, BuildsTheFrameSendsItAndJudgesTheReply) {
       {"delay_ms=5500", "ok", 8000, Sent(f01, 2)},
       {"pieces=2;piece_gap_ms=1000", "ok", 4000, Sent(f01)},
       {"silent=1", too_many, 27000, Sent(f01, 5)},
-      {"letter=a", too_many, 27000, Sent(f01, 5)},
+      {"letter=a", too_many, 27000, Sent(f01, 5)},  // the letters count in capitals only
       {"letter=n;code=24", too_many, 27000, Sent(f01, 5)},
       {"prefix=\00201/00019/R/01/a//89\003", too_many, 27000, Sent(f01, 5)},
       {"letter=N;code=01", provider + "Checksum error.", 3000, Sent(f01)},
@@ -65,9 +61,8 @@ TEST(UcpSendTest, BuildsTheFrameSendsItAndJudgesTheReply) {
       {"unplug", "[555] Port closed prematurely.", 300, "ATDT0612345\r"},
       {"silent=1;stop=6000", test::kStopped, 6000, Sent(f01)},
   };
-  for (const test::RunCase& c : cases) {
+  for (const test::RunCase& c : cases)
     test::ExpectRun({"Protocol=UCP;" + c.setup, c.want, c.ms, c.written});
-  }
   EXPECT_EQ(SmsUcpSender::UcpChecksum(L"\u00e9\u00e9"), L"D2");  // Windows-1252: 0xE9 each
 }
 
