@@ -1,6 +1,7 @@
 #ifndef KW_FUZZ_FUZZ_UTIL_H_
 #define KW_FUZZ_FUZZ_UTIL_H_
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -9,6 +10,10 @@
 #include "base/error.h"
 #include "base/error_numbers.h"
 #include "base/text.h"
+#include "link/modem.h"
+#include "os/runtime.h"
+#include "sim/peer.h"
+#include "sim/virtual_runtime.h"
 
 namespace kw::fuzz {
 
@@ -22,13 +27,23 @@ inline void Require(bool holds, const char* property) {
   std::abort();
 }
 
+/// The byte at the index, or 0 past the end.
+inline uint8_t ByteAt(const std::string& bytes, size_t at) {
+  return at < bytes.size() ? static_cast<uint8_t>(bytes[at]) : 0;
+}
+
+/// The sum of the bytes.
+inline long long Sum(const std::string& bytes) {
+  long long sum = 0;
+  for (unsigned char byte : bytes) sum += byte;
+  return sum;
+}
+
 /// The fuzzer's bytes as the program's wide text: each byte is the line's character of that code,
 /// except 0xFF, whose next three bytes (high first) give any character up to 0xFFFFFF, so that
 /// characters the line can't carry occur too.
 inline std::wstring WideText(const std::string& bytes) {
-  const auto byte = [&bytes](size_t at) -> unsigned {
-    return at < bytes.size() ? static_cast<unsigned char>(bytes[at]) : 0;
-  };
+  const auto byte = [&bytes](size_t at) -> unsigned { return ByteAt(bytes, at); };
   std::wstring text;
   for (size_t i = 0; i < bytes.size(); ++i) {
     if (byte(i) != 0xFF) {
@@ -60,6 +75,59 @@ int ErrorOf(Step step) {
   }
   return 0;
 }
+
+inline constexpr int64_t kStartMs = 1'000'000;
+
+/// One run under the virtual clock: the link on a fake port, and behind it a peer that answers
+/// every write of the program with the input's next reply: a header byte (bits 0-6: the delay in
+/// 20 ms steps; bit 7: the reply follows the one before it without waiting for a write), a length
+/// byte and that many bytes. Past the input's end every byte reads as 0.
+struct VirtualLine : sim::Peer {
+  explicit VirtualLine(const std::string& bytes) : input(bytes) {
+    runtime.set_peer(this);
+    link.Initialize(L"1");
+  }
+  uint8_t Byte() { return at < input.size() ? input[at++] : 0; }
+  void OnBytes(int64_t now_ms, const std::string&, sim::PeerLine& line) override {
+    if (carrier_after_ms >= 0) {  // once, after the first write
+      runtime.At(now_ms + carrier_after_ms, [&line] { line.SetCarrier(true); });
+      carrier_after_ms = -1;
+    }
+    for (bool first = true; at < input.size() && (first || (input[at] & 0x80)); first = false) {
+      now_ms += (Byte() & 0x7F) * 20;
+      const size_t length = Byte();
+      line.SendAt(now_ms, input.substr(std::min(at, input.size()), length));
+      at += length;
+    }
+  }
+  /// Takes the link down as the sender does on every way out; gives all that the program wrote.
+  std::string TakeDown() {
+    if (link.is_connected) link.HangUp();
+    link.comm->SetPortOpen(false);
+    return runtime.written();
+  }
+  /// Every byte that came from the peer and reached the port, in order.
+  std::string Received() const {
+    std::string bytes;
+    for (const std::string& line : runtime.transcript()) {
+      if (line.rfind("< ", 0) == 0) bytes += line.substr(2);
+    }
+    return bytes;
+  }
+  /// Opens the port and takes the link as up, as a sender finds it after the dial.
+  void BringUp() {
+    link.comm->SetPortOpen(true);
+    link.is_connected = true;
+  }
+  int64_t ElapsedMs() const { return runtime.now_ms() - kStartMs; }
+
+  const std::string input;
+  size_t at = 0;
+  int64_t carrier_after_ms = -1;  ///< when the carrier rises after the first write; never if < 0
+  sim::VirtualRuntime runtime{kStartMs};
+  ScopedRuntime installed{runtime};
+  Modem link;  ///< last, so that its port closes while the clock is still there
+};
 
 }  // namespace kw::fuzz
 

@@ -1,68 +1,15 @@
 // The link under the virtual clock with a scripted peer that answers every write with the
 // input's bytes at the input's times: the dial's receive path and the judging of the modem's
 // result lines, the TAP dialogue, and the UCP reply reader.
-#include <algorithm>
 #include <set>
 
 #include "fuzz_util.h"
-#include "link/modem.h"
 #include "message/sms_message.h"
-#include "os/runtime.h"
-#include "sim/peer.h"
-#include "sim/virtual_runtime.h"
 #include "tap/sms_tap_sender.h"
 #include "ucp/sms_ucp_sender.h"
 
 namespace kw::fuzz {
 namespace {
-
-constexpr int64_t kStartMs = 1'000'000;
-
-/// One run under the virtual clock: the link on a fake port, and behind it a peer that answers
-/// every write of the program with the input's next reply: a header byte (bits 0-6: the delay in
-/// 20 ms steps; bit 7: the reply follows the one before it without waiting for a write), a length
-/// byte and that many bytes. Past the input's end every byte reads as 0.
-struct VirtualLine : sim::Peer {
-  explicit VirtualLine(const std::string& bytes) : input(bytes) {
-    runtime.set_peer(this);
-    link.Initialize(L"1");
-  }
-  uint8_t Byte() { return at < input.size() ? input[at++] : 0; }
-  void OnBytes(int64_t now_ms, const std::string&, sim::PeerLine& line) override {
-    if (carrier_after_ms >= 0) {  // once, after the first write
-      runtime.At(now_ms + carrier_after_ms, [&line] { line.SetCarrier(true); });
-      carrier_after_ms = -1;
-    }
-    for (bool first = true; at < input.size() && (first || (input[at] & 0x80)); first = false) {
-      now_ms += (Byte() & 0x7F) * 20;
-      const size_t length = Byte();
-      line.SendAt(now_ms, input.substr(std::min(at, input.size()), length));
-      at += length;
-    }
-  }
-  /// Takes the link down as the sender does on every way out; gives all that the program wrote.
-  std::string TakeDown() {
-    if (link.is_connected) link.HangUp();
-    link.comm->SetPortOpen(false);
-    return runtime.written();
-  }
-  /// Every byte that came from the peer and reached the port, in order.
-  std::string Received() const {
-    std::string bytes;
-    for (const std::string& line : runtime.transcript()) {
-      if (line.rfind("< ", 0) == 0) bytes += line.substr(2);
-    }
-    return bytes;
-  }
-  int64_t ElapsedMs() const { return runtime.now_ms() - kStartMs; }
-
-  const std::string input;
-  size_t at = 0;
-  int64_t carrier_after_ms = -1;  ///< when the carrier rises after the first write; never if < 0
-  sim::VirtualRuntime runtime{kStartMs};
-  ScopedRuntime installed{runtime};
-  Modem link;  ///< last, so that its port closes while the clock is still there
-};
 
 /// Takes as many copies of the piece as stand at the front of the text; gives their number.
 int TakeAll(std::string& text, const std::string& piece) {
@@ -147,8 +94,7 @@ void FuzzOne(const std::string& input) {
   VirtualLine line(input);
   const int part = line.Byte() % 3;
   if (part == 0) return Dial(line);
-  line.link.comm->SetPortOpen(true);
-  line.link.is_connected = true;
+  line.BringUp();
   SmsMessage msg;
   msg.parsed_recipient = L"123";
   msg.message = L"abc";

@@ -14,7 +14,6 @@
 namespace kw::fuzz {
 namespace {
 
-std::filesystem::path g_folder;
 std::wstring g_path;
 constexpr std::wstring_view kLineEnds(L"\r\n\0", 3);
 
@@ -70,8 +69,8 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
   char memory[] = "/dev/shm/kw-fuzz-XXXXXX", disk[] = "/tmp/kw-fuzz-XXXXXX";
   const char* folder = mkdtemp(memory) ? memory : mkdtemp(disk);
   kw::fuzz::Require(folder != nullptr, "a temp folder");
-  kw::fuzz::g_folder = folder;
-  kw::fuzz::g_path = (kw::fuzz::g_folder / "kestrawind.ini").wstring();
-  atexit([] { std::filesystem::remove_all(kw::fuzz::g_folder); });
+  kw::fuzz::g_path = (std::filesystem::path(folder) / "kestrawind.ini").wstring();
+  atexit(
+      [] { std::filesystem::remove_all(std::filesystem::path(kw::fuzz::g_path).parent_path()); });
   return 0;
 }

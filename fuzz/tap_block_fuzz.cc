@@ -3,25 +3,10 @@
 // checksum is recomputed here from the bytes on the line: the low twelve bits of the sum of every
 // byte from STX through ETX, four bits a character, each plus 0x30.
 #include "fuzz_util.h"
-#include "link/modem.h"
 #include "message/sms_message.h"
-#include "os/runtime.h"
-#include "sim/peer.h"
-#include "sim/virtual_runtime.h"
 #include "tap/sms_tap_sender.h"
 
 namespace kw::fuzz {
-namespace {
-
-/// A centre that acknowledges whatever it is sent, a tenth of a second later.
-struct AckingCentre : sim::Peer {
-  void OnBytes(int64_t now_ms, const std::string&, sim::PeerLine& line) override {
-    line.SendAt(now_ms + 100, "\x06");
-  }
-};
-
-}  // namespace
-
 void FuzzOne(const std::string& input) {
   // The input: the recipient NUL the message.
   std::string rest = input;
@@ -30,24 +15,18 @@ void FuzzOne(const std::string& input) {
   msg.message = WideText(rest);
 
   // The block on a line that is up, after a login that left the go-ahead in the buffer.
-  sim::VirtualRuntime runtime;
-  ScopedRuntime installed(runtime);
-  AckingCentre centre;
-  runtime.set_peer(&centre);
-  Modem link;
-  link.Initialize(L"1");
-  link.comm->SetPortOpen(true);
-  link.is_connected = true;
-  link.recv_buffer = L"[p";
+  // A centre that acknowledges the block a tenth of a second later.
+  VirtualLine line(std::string("\x05\x01\x06", 3));
+  line.BringUp();
+  line.link.recv_buffer = L"[p";
   SmsTapSender tap;
-  tap.modem = &link;
+  tap.modem = &line.link;
   Require(ErrorOf([&] { tap.Send(msg); }) == 0, "an acknowledged block is accepted");
 
   std::string block = "\x02" + ToLine(msg.parsed_recipient) + "\r" + ToLine(msg.message) + "\r\x03";
-  unsigned sum = 0;
-  for (unsigned char byte : block) sum += byte;
+  const long long sum = Sum(block);
   for (int shift : {8, 4, 0}) block.push_back(static_cast<char>(0x30 + (sum >> shift & 0x0F)));
-  Require(runtime.written() == block + "\r",
+  Require(line.runtime.written() == block + "\r",
           "one block, its checksum the sum of its bytes from STX through ETX");
 }
 

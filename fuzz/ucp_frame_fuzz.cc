@@ -18,13 +18,6 @@ namespace {
 constexpr std::pair<const wchar_t*, size_t> kOperations[] = {
     {L"01", 5}, {L"03", 16}, {L"30", 10}, {L"51", 32}};
 
-/// The sum of the bytes.
-long long Sum(const std::string& bytes) {
-  long long sum = 0;
-  for (unsigned char byte : bytes) sum += byte;
-  return sum;
-}
-
 /// Whether the frame overflows 16 bits, judged from the frame of the same settings without a
 /// message: the text's hex digits join it (when the operation carries a text) and its length
 /// field grows by their number. Both the length and the total only grow with more text.
@@ -47,7 +40,7 @@ bool Overflows(SmsUcpSender sender, SmsMessage msg, bool carries_text) {
 void FuzzOne(const std::string& input) {
   // The input: the operation (a byte: one of the four, else two digits from the next two bytes),
   // TextLength (two bytes, high first), then recipient NUL sender NUL password NUL message.
-  const auto head = [&input](size_t at) -> uint8_t { return at < input.size() ? input[at] : 0; };
+  const auto head = [&input](size_t at) { return ByteAt(input, at); };
   std::string rest = input.substr(std::min<size_t>(input.size(), 5));
   SmsUcpSender sender;
   sender.operation_type = head(0) % 5 < 4 ? std::wstring(kOperations[head(0) % 5].first)
