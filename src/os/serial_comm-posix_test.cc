@@ -82,8 +82,6 @@ TEST_F(PosixSerialCommTest, CarriesBothWaysByteExactThenALostDeviceEndsInOneNoCa
   EXPECT_EQ(received, L"OK\u20AC\u00E9\u00FF\r\n\r\nNO CARRIER\r\n");
   // Each event once, though the handler delivers events inside itself.
   EXPECT_EQ(events, (std::vector<int16_t>{kCommEvSend, kCommEvReceive, kCommEvReceive}));
-  EXPECT_NO_THROW(comm->SetOutput(L"ATH\r"));
-  EXPECT_FALSE(comm->CDHolding());
   // The hang-up stays signalled on the device; the wait must still last to the next second.
   const int64_t second = runtime->NowSeconds();
   runtime->WaitForEvent();
@@ -180,25 +178,23 @@ TEST_F(PosixSerialCommTest, ADeviceThatFailsHandsOverWhatCameBeforeThenOneNoCarr
   };
   for (const auto& row : rows) {
     size_t reads = 0, writes = 0;
-    // Gives the next answer; a loop that keeps calling after the device is gone ends the test.
-    const auto answer = [](const std::vector<Answer>& script, size_t& calls) {
+    // The next answer: the bytes it reads in (a write takes all), or -1 with its errno. A loop
+    // that keeps calling after the device is gone ends the test.
+    const auto answer = [](const std::vector<Answer>& script, size_t& calls, void* in,
+                           size_t size) -> ssize_t {
       if (++calls > 20) throw std::runtime_error("called again and again");
-      const Answer& next = script.empty() ? Answer{} : script[std::min(calls, script.size()) - 1];
-      errno = next.error;
-      return next;
+      const Answer next = script.empty() ? Answer{} : script[std::min(calls, script.size()) - 1];
+      if ((errno = next.error) != 0) return -1;
+      return in ? static_cast<ssize_t>(next.bytes.copy(static_cast<char*>(in), size)) : size;
     };
     PosixCalls calls;
     calls.poll = [](pollfd* fds, nfds_t count, int) {  // all ready
       for (nfds_t i = 0; i < count; ++i) fds[i].revents = fds[i].events;
       return static_cast<int>(count);
     };
-    calls.read = [&](int, void* buffer, size_t size) -> ssize_t {
-      const Answer next = answer(row.reads, reads);
-      return next.error ? -1
-                        : static_cast<ssize_t>(next.bytes.copy(static_cast<char*>(buffer), size));
-    };
-    calls.write = [&](int, const void*, size_t size) -> ssize_t {
-      return answer(row.writes, writes).error != 0 ? -1 : static_cast<ssize_t>(size);
+    calls.read = [&](int, void* in, size_t size) { return answer(row.reads, reads, in, size); };
+    calls.write = [&](int, const void*, size_t size) {
+      return answer(row.writes, writes, nullptr, size);
     };
     auto comm = WithCalls(calls);
     comm->SetPortOpen(true);
