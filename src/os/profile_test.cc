@@ -73,8 +73,9 @@ TEST(Profile, WritesOnlyWhatItMust) {
     ProfileWriteString(section, L"k", L"new", Put(folder, before));
     EXPECT_EQ(FileBytes(folder.path / "t.ini"), after) << testing::PrintToString(before);
   }
+  TempFolder folder;  // a folder is no file
+  EXPECT_NE(ReadProfile(folder.path.wstring()).problem.cause, Cause::kNone);
   // A file whose name the ANSI code page can't hold is reached by its wide name.
-  TempFolder folder;
   const std::wstring path = folder.path.wstring() + kPathSeparator + L"\u77ED\u4FE1.ini";
   EXPECT_EQ(ReadProfile(path).problem.cause, Cause::kMissing);
   ProfileWriteString(L"a", L"k", L"v", path);
