@@ -82,10 +82,9 @@ TEST(BoundedWrite, WaitsForRoomOnlyWithinTheBudgetThatAllWritesShare) {
   }
 
   // Once the budget is spent, output goes on where there is room, and waits no more.
-  VirtualReader reader;
+  VirtualReader reader(0, 4000);  // awake after the budget
   OutputBudget budget(3000);
   EXPECT_FALSE(BoundedWrite(7, Sink::kStream, "first", budget, reader.Calls()));
-  reader.wakes_ms = 4000;
   EXPECT_FALSE(BoundedWrite(7, Sink::kStream, "second", budget, reader.Calls()));
   EXPECT_EQ(reader.now_ms, 3000);
   reader.room = 100;

@@ -36,9 +36,8 @@ TEST(NetAddressTest, PortEntriesAreReadOrSayWhyNot) {
       EXPECT_EQ(why.empty() ? scheme + address.Text() : why, want) << ToLine(entry);
     }
   }
-  EXPECT_TRUE(IsNetworkEntry(L"x://"));
-  EXPECT_FALSE(IsNetworkEntry(L"\\\\.\\COM1"));
-  EXPECT_FALSE(IsNetworkEntry(L"/dev/tty:0"));
+  EXPECT_TRUE(IsNetworkEntry(L"x://") && !IsNetworkEntry(L"\\\\.\\COM1") &&
+              !IsNetworkEntry(L"/dev/tty:0"));
 }
 
 }  // namespace kw

@@ -121,18 +121,21 @@ TEST_F(SocketCommTest, ARawPortIsHeldAloneLosesTheLineWithTheConnectionAndNamesI
   EXPECT_FALSE(comm->CDHolding());
   comm->SetPortOpen(false);
 
+  // Without an entry, port n is the device /dev/ttyS<n-1>.
   const std::pair<std::wstring, std::string> failures[] = {
       {L"tcp://127.0.0.1:0", "8002 bad address: tcp://127.0.0.1:0: the port must be a number"},
-      {L"tcp://name.invalid:1", "8002 unknown: name.invalid:1: "}};
+      {L"tcp://name.invalid:1", "8002 unknown: name.invalid:1: "},
+      {L"", "8002 missing: /dev/ttyS199: "}};
   for (const auto& [port_entry, failure] : failures) {
     entry = port_entry;
-    const std::string raised =
-        RaisedWithCause([&] { runtime->NewSerialComm()->SetPortOpen(true); });
-    EXPECT_EQ(raised.substr(0, failure.size()), failure);
+    auto other = runtime->NewSerialComm();
+    other->SetCommPort(200);
+    EXPECT_EQ(RaisedWithCause([&] { other->SetPortOpen(true); }).substr(0, failure.size()),
+              failure);
   }
-  const std::string no_address =
-      RaisedWithCause([&] { runtime->NewConnectionComm({}, 0)->SetPortOpen(true); });
-  EXPECT_EQ(no_address.substr(0, 4), "8002");
+  EXPECT_EQ(
+      RaisedWithCause([&] { runtime->NewConnectionComm({}, 0)->SetPortOpen(true); }).substr(0, 4),
+      "8002");
 }
 
 }  // namespace
