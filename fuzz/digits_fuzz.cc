@@ -8,9 +8,8 @@ namespace kw::fuzz {
 void FuzzOne(const std::string& input) {
   const std::wstring text = WideText(input);
   std::wstring expected;
-  for (wchar_t c : text) {
+  for (wchar_t c : text)
     if (c >= L'0' && c <= L'9') expected.push_back(c);
-  }
   Require(DigitsOnly(text) == expected, "every digit of the text, in order, and only those");
 }
 

@@ -43,15 +43,11 @@ inline long long Sum(const std::string& bytes) {
 /// except 0xFF, whose next three bytes (high first) give any character up to 0xFFFFFF, so that
 /// characters the line can't carry occur too.
 inline std::wstring WideText(const std::string& bytes) {
-  const auto byte = [&bytes](size_t at) -> unsigned { return ByteAt(bytes, at); };
   std::wstring text;
   for (size_t i = 0; i < bytes.size(); ++i) {
-    if (byte(i) != 0xFF) {
-      text.push_back(LineChar(static_cast<unsigned char>(byte(i))));
-    } else {
-      text.push_back(static_cast<wchar_t>(byte(i + 1) << 16 | byte(i + 2) << 8 | byte(i + 3)));
-      i += 3;
-    }
+    const auto at = [&](size_t k) -> unsigned { return ByteAt(bytes, i + k); };
+    text.push_back(at(0) != 0xFF ? LineChar(at(0)) : wchar_t(at(1) << 16 | at(2) << 8 | at(3)));
+    if (at(0) == 0xFF) i += 3;
   }
   return text;
 }
@@ -66,14 +62,12 @@ inline std::string NextField(std::string& rest) {
 /// Runs the step: 0 when it returns, n for the program's own error n, else the raised number.
 /// Anything else thrown escapes to libFuzzer.
 template <typename Step>
-int ErrorOf(Step step) {
-  try {
-    step();
-  } catch (const Error& e) {
-    const int64_t n = int64_t{e.number()} - kErrorBase;
-    return n >= 0 && n < 0x10000 ? static_cast<int>(n) : e.number();
-  }
+int ErrorOf(Step step) try {
+  step();
   return 0;
+} catch (const Error& e) {
+  const int64_t n = int64_t{e.number()} - kErrorBase;
+  return n >= 0 && n < 0x10000 ? static_cast<int>(n) : e.number();
 }
 
 inline constexpr int64_t kStartMs = 1'000'000;
@@ -109,16 +103,12 @@ struct VirtualLine : sim::Peer {
   /// Every byte that came from the peer and reached the port, in order.
   std::string Received() const {
     std::string bytes;
-    for (const std::string& line : runtime.transcript()) {
+    for (const std::string& line : runtime.transcript())
       if (line.rfind("< ", 0) == 0) bytes += line.substr(2);
-    }
     return bytes;
   }
   /// Opens the port and takes the link as up, as a sender finds it after the dial.
-  void BringUp() {
-    link.comm->SetPortOpen(true);
-    link.is_connected = true;
-  }
+  void BringUp() { link.comm->SetPortOpen(true), link.is_connected = true; }
   int64_t ElapsedMs() const { return runtime.now_ms() - kStartMs; }
 
   const std::string input;

@@ -20,10 +20,9 @@ int TakeAll(std::string& text, const std::string& piece) {
 
 /// The dial: the modem answers the dial command with the input's bytes, in pieces.
 void Dial(VirtualLine& line) {
-  const int16_t timeout = static_cast<int16_t>(line.Byte() % 40) - 1;  // -1 to 38 seconds
+  const int16_t timeout = line.link.connection_timeout = line.Byte() % 40 - 1;  // -1 to 38 s
   const uint8_t carrier = line.Byte();  // 0: never; else up (n - 1) * 250 ms after the dial
   line.carrier_after_ms = carrier == 0 ? -1 : (carrier - 1) * 250;
-  line.link.connection_timeout = timeout;
   const int outcome = ErrorOf([&] { line.link.DialSmsCenter(L"0800123456"); });
   const bool connected = line.link.is_connected;
   Require(std::set<int>{0, 523, 524, 525, 526}.count(outcome) &&
@@ -43,8 +42,7 @@ void Dial(VirtualLine& line) {
 
 /// The TAP login and block, with a scripted centre behind a link that is up.
 void Tap(VirtualLine& line, const SmsMessage& msg) {
-  SmsTapSender tap;
-  tap.modem = &line.link;
+  SmsTapSender tap{&line.link, false};
   const int outcome = ErrorOf([&] {
     tap.Login(L"secret");
     if (tap.authenticated) tap.Send(msg);
@@ -66,11 +64,7 @@ void Tap(VirtualLine& line, const SmsMessage& msg) {
 
 /// The UCP frame and the judging of the reply, with a scripted centre behind a link that is up.
 void Ucp(VirtualLine& line, const SmsMessage& msg) {
-  SmsUcpSender sender;
-  sender.operation_type = L"01";
-  sender.text_length = 320;
-  sender.sender_number = L"678";
-  sender.modem = &line.link;
+  SmsUcpSender sender{L"01", L"", L"", 320, L"678", &line.link};  // TextLength 320, sender 678
   const std::wstring frame = sender.PrepareMessage(msg);
   const int outcome = ErrorOf([&] { sender.Send(frame); });
   Require(std::set<int>{0, 557, 558, 559}.count(outcome) && line.ElapsedMs() <= 28'000,
@@ -95,9 +89,7 @@ void FuzzOne(const std::string& input) {
   const int part = line.Byte() % 3;
   if (part == 0) return Dial(line);
   line.BringUp();
-  SmsMessage msg;
-  msg.parsed_recipient = L"123";
-  msg.message = L"abc";
+  const SmsMessage msg{L"", L"123", L"abc", {}, {}};  // to 123, the text abc
   part == 1 ? Tap(line, msg) : Ucp(line, msg);
 }
 

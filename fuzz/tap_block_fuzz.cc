@@ -10,17 +10,15 @@ namespace kw::fuzz {
 void FuzzOne(const std::string& input) {
   // The input: the recipient NUL the message.
   std::string rest = input;
-  SmsMessage msg;
-  msg.parsed_recipient = WideText(NextField(rest));
-  msg.message = WideText(rest);
+  const std::wstring to = WideText(NextField(rest));
+  const SmsMessage msg{L"", to, WideText(rest), {}, {}};
 
   // The block on a line that is up, after a login that left the go-ahead in the buffer.
   // A centre that acknowledges the block a tenth of a second later.
   VirtualLine line(std::string("\x05\x01\x06", 3));
   line.BringUp();
   line.link.recv_buffer = L"[p";
-  SmsTapSender tap;
-  tap.modem = &line.link;
+  SmsTapSender tap{&line.link, false};
   Require(ErrorOf([&] { tap.Send(msg); }) == 0, "an acknowledged block is accepted");
 
   std::string block = "\x02" + ToLine(msg.parsed_recipient) + "\r" + ToLine(msg.message) + "\r\x03";

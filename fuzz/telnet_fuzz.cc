@@ -30,10 +30,8 @@ void FuzzOne(const std::string& input) {
   Require(whole.data.size() <= input.size(), "no more data than bytes");
   Require(whole.answers.size() % 3 == 0, "answers are whole three-byte commands");
   size_t requests = 0;
-  for (size_t i = 0; i + 2 < input.size(); ++i) {
-    const uint8_t b = static_cast<uint8_t>(input[i + 1]);
-    if (static_cast<uint8_t>(input[i]) == kw::telnet::kIac && b >= kw::telnet::kWill) ++requests;
-  }
+  for (size_t i = 0; i + 2 < input.size(); ++i)
+    requests += ByteAt(input, i) == kw::telnet::kIac && ByteAt(input, i + 1) >= kw::telnet::kWill;
   Require(whole.answers.size() / 3 <= requests, "no answer without a request");
   for (size_t i = 0; i < whole.answers.size(); i += 3) {
     Require(static_cast<uint8_t>(whole.answers[i]) == kw::telnet::kIac &&

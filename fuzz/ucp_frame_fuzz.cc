@@ -3,7 +3,6 @@
 // say; the 16-bit overflow comes exactly when the length or the checksum's total passes 32,767;
 // otherwise the simulated centre finds the frame's length field and checksum right and reads the
 // operation's fields back, the text's IA5 hex decoding to its line codes.
-#include <cstdio>
 #include <utility>
 
 #include "fuzz_util.h"
@@ -30,8 +29,7 @@ bool Overflows(SmsUcpSender sender, SmsMessage msg, bool carries_text) {
   std::string body = ToLine(empty.substr(1, empty.size() - 4));  // no STX, checksum, ETX
   const long long length = std::stoll(body.substr(3, 5)) + static_cast<long long>(hex.size());
   if (length > INT16_MAX) return true;
-  char digits[6];
-  std::snprintf(digits, sizeof digits, "%05lld", length);
+  const std::string digits = std::to_string(100'000 + length).substr(1);  // five, zero-padded
   return Sum(body.replace(3, 5, digits)) + Sum(hex) > INT16_MAX;
 }
 
@@ -42,17 +40,14 @@ void FuzzOne(const std::string& input) {
   // TextLength (two bytes, high first), then recipient NUL sender NUL password NUL message.
   const auto head = [&input](size_t at) { return ByteAt(input, at); };
   std::string rest = input.substr(std::min<size_t>(input.size(), 5));
-  SmsUcpSender sender;
-  sender.operation_type = head(0) % 5 < 4 ? std::wstring(kOperations[head(0) % 5].first)
-                                          : std::wstring{static_cast<wchar_t>(L'0' + head(1) % 10),
-                                                         static_cast<wchar_t>(L'0' + head(2) % 10)};
+  const std::wstring type =
+      head(0) % 5 < 4 ? std::wstring(kOperations[head(0) % 5].first)
+                      : std::wstring{wchar_t(L'0' + head(1) % 10), wchar_t(L'0' + head(2) % 10)};
+  const std::wstring to = WideText(NextField(rest)), from = WideText(NextField(rest)),
+                     password = WideText(NextField(rest));
+  const SmsMessage msg{L"", to, WideText(rest), {}, {}};
+  SmsUcpSender sender{type, L"", password, 0, from, nullptr};
   sender.text_length = static_cast<int16_t>(head(3) << 8 | head(4));
-  SmsMessage msg;
-  msg.parsed_recipient = WideText(NextField(rest));
-  sender.sender_number = WideText(NextField(rest));
-  sender.authentication = WideText(NextField(rest));
-  msg.message = WideText(rest);
-  const std::wstring& type = sender.operation_type;
   size_t fields = 0;  // an operation without a template carries no fields at all
   for (const auto& [known, count] : kOperations) fields = type == known ? count : fields;
 

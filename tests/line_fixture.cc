@@ -68,9 +68,8 @@ void ExpectRun(const RunCase& c) {
   scenario.carrier_delay_ms = number("late");
   if (scenario.carrier_delay_ms > 0) scenario.carrier = sim::CarrierMode::kLate;
   if (scenario.carrier_delay_ms < 0) scenario.carrier = sim::CarrierMode::kNever;
-  SmsMessage message;
-  message.recipient = FromLine(take("to", "+1 (234) 5"));
-  message.message = FromLine(take("text", "abc"));
+  SmsMessage message{
+      FromLine(take("to", "+1 (234) 5")), L"", FromLine(take("text", "abc")), {}, {}};
 
   const int64_t start = std::stoll(take("start", "1000000"));
   sim::VirtualRuntime runtime(start);
