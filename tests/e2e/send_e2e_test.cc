@@ -21,7 +21,8 @@ namespace {
 
 /// The native program writes UTF-8 under this locale.
 const char kUtf8[] = "LC_ALL=C.UTF-8";
-const std::vector<std::string> kTapSim = {"--centre", "tap", "--runs", "0"};
+// Twelve digits: the longest count that the simulator takes.
+const std::vector<std::string> kTapSim = {"--centre", "tap", "--runs", "000000000000"};
 const std::string kUsage =
     "Kestrawind - Sends an sms message from the command line\r\n\r\n"
     "KESTRAWIND recipient [message] [/?]\r\n\r\n"
