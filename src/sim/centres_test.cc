@@ -18,9 +18,7 @@ TEST(CentresTest, AnswerOnlyTheBlocksAndFramesTheyCanTrust) {
       {"ucp", "ATH\00201/00017/O/99//05\x03", "01/00022/R/99/N/03//13"},
       // Two frames back to back: the first one's end is no start of the second.
       {"ucp", "\00201/00017/O/99//05\x03\00201/00017/O/99//05\x03",
-       "01/00022/R/99/N/03//13\x03"
-       "300:\x02"
-       "01/00022/R/99/N/03//13"},
+       "01/00022/R/99/N/03//13\003300:\00201/00022/R/99/N/03//13"},
   };
   for (const auto& [kind, bytes, answer] : cases) {
     const std::unique_ptr<Peer> centre = MakeCentre(kind, {});
