@@ -39,7 +39,7 @@ TEST(CentresTest, ReadTheirOptionsAndFallSilentOnceTheyDrop) {
         ->OnBytes(0, kind[0] == 't' ? "\r\r" : "\00201/00017/O/99//05\x03", line);
     return line.log;
   };
-  EXPECT_EQ(log("ucp", {{"prefix", "\\x30\\x3a"}, {"truncate", "2"}}), "200:0:");
+  EXPECT_EQ(log("ucp", {{"prefix", "\\x30\\x3A\\x3a"}, {"truncate", "3"}}), "200:0::");
   EXPECT_EQ(log("tap", {{"drop", "probe:1"}}), "50:ID=[no CD]");  // one prompt
 }
 
