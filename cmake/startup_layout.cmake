@@ -9,6 +9,7 @@ set(KW_LAY_OUT_STARTUP OFF)
 if(NOT WIN32 AND NOT KW_SANITIZE AND NOT KW_FUZZ)
   if(KW_LLD)
     set(KW_LAY_OUT_STARTUP ON)
+    add_compile_options(-ffunction-sections)  # so that each function can be placed on its own
   else()
     message(STATUS "No ld.lld: the program's start is linked in no particular order (slower)")
   endif()

@@ -15,6 +15,7 @@ import collections
 import os
 import re
 import select
+import shutil
 import subprocess
 import sys
 import tempfile
@@ -43,7 +44,7 @@ def play_busy_modem():
 with tempfile.TemporaryDirectory() as folder:
     # The program reads the ini beside itself: run a copy of it in a folder of its own.
     copy = os.path.join(folder, "kestrawind")
-    subprocess.run(["cp", program, copy], check=True)
+    shutil.copy(program, copy)
     with open(os.path.join(folder, "kestrawind.ini"), "w") as ini:
         ini.write("[Provider]\nProtocol=TAP\nSmsCenterNumber=0800123456\n"
                   f"[Modem]\nPort=1\n[Ports]\n1={os.ttyname(slave)}\n")
