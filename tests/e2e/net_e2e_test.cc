@@ -57,7 +57,10 @@ TEST(NetE2E, TwoSendsThroughSer2netRawAndOverRfc2217PutThePtysBytesOnTheLine) {
               SuccessLine(UnderWine() || !c.rfc2217 ? c.second : "y\u00FF"));
     const std::string transcript = rig.Transcript(" -- close\n", 2);
     EXPECT_EQ(Sent(transcript), c.sent) << transcript;
-    EXPECT_EQ(Count(transcript, " -- line "), 2) << transcript;
+    // ser2net puts the pty's first settings (38400 8N1) back as it closes it, at times before
+    // the simulator has read the last bytes; those are not the program's.
+    EXPECT_EQ(Count(transcript, " -- line ") - Count(transcript, " -- line 38400 8N1\n"), 2)
+        << transcript;
     EXPECT_EQ(Count(transcript, c.rfc2217 ? " -- line 9600 8N1\n" : " -- line 19200 8N2\n"), 2);
   }
 }
