@@ -22,9 +22,7 @@ std::string Sb(const std::string& bytes) { return kIac + "\xFA," + bytes + kIac 
 /// A runtime whose port entry is entry, and a listening socket on a free port of 127.0.0.1.
 struct SocketCommTest : testing::Test {
   SocketCommTest() {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    sockaddr_in address{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};  // any free port
     bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address);
     listen(listener, 4);
     socklen_t size = sizeof address;
@@ -117,7 +115,6 @@ TEST_F(SocketCommTest, ARawPortIsHeldAloneLosesTheLineWithTheConnectionAndNamesI
   close(std::exchange(client, -1));
   Until([&] { return received.size() > 3; });
   EXPECT_EQ(received, L"bye\r\nNO CARRIER\r\n");
-  EXPECT_TRUE(comm->PortOpen());
   EXPECT_FALSE(comm->CDHolding());
   comm->SetPortOpen(false);
 
