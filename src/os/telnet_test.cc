@@ -14,21 +14,19 @@ constexpr int kIac = 255, kWill = 251, kWont = 252, kDo = 253, kDont = 254, kSb 
 TEST(TelnetCodecTest, DecodesDataAnswersWhatChangesAndCollectsSubnegotiations) {
   const struct {
     std::string in, data, answers;
-    std::vector<std::string> subs = {};
+    std::string sub = "";   // the one subnegotiation collected, if any
     bool requests = false;  // its own first: WILL 44 twice (sent once) and DO 0
   } cases[] = {
-      {Bytes({'a', kIac, kIac, 'b'}), "a\xFF\x62", ""},
+      // IAC IAC is the byte; commands that mean nothing on a serial line, and junk, are dropped.
+      {Bytes({kIac, kIac, 'x', kIac, 241, 'y', kIac, 0, 'z', kIac, kSe, 'w'}), "\xFFxyzw", ""},
       // Requests for options it takes: agreed once, repeats and answers to its own requests
       // not answered again.
       {Bytes({kIac, kDo, 44, kIac, kDo, 44}), "", Bytes({kIac, kWill, 44})},
       {Bytes({kIac, kWill, 0, kIac, kDo, 3}), "", Bytes({kIac, kDo, 0, kIac, kWill, 3})},
       // Answers to its own requests set the states: turned off again, 44 is answered; refused,
       // 0 is off and agreed when offered again.
-      {Bytes({kIac, kDo, 44, kIac, kWont, 0, kIac, kDont, 44, kIac, kWill, 0}),
-       "",
-       Bytes({kIac, kWill, 44, kIac, kDo, 0, kIac, kWont, 44, kIac, kDo, 0}),
-       {},
-       true},
+      {Bytes({kIac, kDo, 44, kIac, kWont, 0, kIac, kDont, 44, kIac, kWill, 0}), "",
+       Bytes({kIac, kWill, 44, kIac, kDo, 0, kIac, kWont, 44, kIac, kDo, 0}), "", true},
       // Options it doesn't take: refused, every time they are asked for.
       {Bytes({kIac, kWill, 1, kIac, kDo, 1, kIac, kWill, 1}), "",
        Bytes({kIac, kDont, 1, kIac, kWont, 1, kIac, kDont, 1})},
@@ -36,12 +34,10 @@ TEST(TelnetCodecTest, DecodesDataAnswersWhatChangesAndCollectsSubnegotiations) {
       {Bytes({kIac, kDo, 0, kIac, kDont, 0, kIac, kDont, 0, kIac, kWont, 3}), "",
        Bytes({kIac, kWill, 0, kIac, kWont, 0})},
       // Subnegotiations, IAC undoubled inside; an empty or unclosed one is dropped.
-      {Bytes({'x', kIac, kSb, 44, 107, 0x80, kIac, kSe, 'y'}), "xy", "", {Bytes({44, 107, 0x80})}},
-      {Bytes({kIac, kSb, 44, 101, kIac, kIac, kIac, kSe}), "", "", {Bytes({44, 101, 0xFF})}},
+      {Bytes({'x', kIac, kSb, 44, 107, 0x80, kIac, kSe, 'y'}), "xy", "", Bytes({44, 107, 0x80})},
+      {Bytes({kIac, kSb, 44, 101, kIac, kIac, kIac, kSe}), "", "", Bytes({44, 101, 0xFF})},
       {Bytes({kIac, kSb, kIac, kSe, kIac, kSb, 44, 'z', kIac, kIac, 'q', kIac, 'c'}), "", ""},
       {Bytes({kIac, kSb, 44, 1, kIac, kDo, 0, 'd'}), "d", Bytes({kIac, kWill, 0})},
-      // Commands that mean nothing on a serial line, and junk, are dropped.
-      {Bytes({kIac, 241, 'a', kIac, 0, 'b', kIac, kSe, 'c'}), "abc", ""},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::PrintToString(c.in));
@@ -58,7 +54,7 @@ TEST(TelnetCodecTest, DecodesDataAnswersWhatChangesAndCollectsSubnegotiations) {
         codec.Decode(c.in.substr(i, piece), &data, &answers, &subs);
       EXPECT_EQ(data, c.data);
       EXPECT_EQ(answers, c.answers);
-      EXPECT_EQ(subs, c.subs);
+      EXPECT_EQ(subs, std::vector<std::string>(c.sub.empty() ? 0 : 1, c.sub));
     }
   }
 }
