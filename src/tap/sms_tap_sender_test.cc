@@ -50,10 +50,4 @@ TEST(TapSendTest, LogsInAndSendsAsTheCentreAnswers) {
   for (const test::RunCase& c : cases) test::ExpectRun(c);
 }
 
-// Characters count with their Windows-1252 code (the sends check more); the sum wraps past 0xFFF.
-TEST(TapChecksumTest, GivesTheSumsLowTwelveBitsAsThreeCharacters) {
-  EXPECT_EQ(ToLine(SmsTapSender::TapChecksum(std::wstring(16, L'\u00ff') + L"\x0f")), "???");
-  EXPECT_EQ(ToLine(SmsTapSender::TapChecksum(std::wstring(33, L'\u20ac'))), "080");  // 0x80 each
-}
-
 }  // namespace kw
