@@ -10,10 +10,13 @@ namespace {
 /// The far side of a descriptor under a virtual clock: it has room for `room` bytes, and its
 /// reader, from `wakes_ms` on (never if negative), makes room for everything.
 struct VirtualReader {
-  size_t room = 0;
-  int64_t wakes_ms = -1;
-  int write_errno = 0;  ///< what each write fails with, 0 for none
-  int poll_eintr = 0;   ///< how many polls a signal cuts short after 100 ms
+  VirtualReader(size_t room_bytes = 0, int64_t wake_ms = -1, int fail_errno = 0, int eintrs = 0)
+      : room(room_bytes), wakes_ms(wake_ms), write_errno(fail_errno), poll_eintr(eintrs) {}
+
+  size_t room;
+  int64_t wakes_ms;
+  int write_errno;  ///< what each write fails with, 0 for none
+  int poll_eintr;   ///< how many polls a signal cuts short after 100 ms
   int64_t now_ms = 0;
   std::string pieces;  ///< each send's flags and ":", each write's size that went and "+"
 
