@@ -119,14 +119,6 @@ std::pair<int, int> Loopback(int port, bool connect_it, int flags = 0) {
   return {fd, ntohs(address.sin_port)};
 }
 
-/// Whether something listens on the port of 127.0.0.1, as /proc/net/tcp shows (a test
-/// connection would make ser2net open its device, which the simulator would count).
-bool Listens(int port) {
-  char wanted[32];
-  std::snprintf(wanted, sizeof wanted, "0100007F:%04X 00000000:0000 0A", port);
-  return ReadFile("/proc/net/tcp").find(wanted) != std::string::npos;
-}
-
 }  // namespace
 
 Rig::Rig(const std::vector<std::string>& sim_args, const std::string& name) {
@@ -185,13 +177,13 @@ RunResult Rig::Run(const std::vector<std::string>& args, const RunOptions& optio
   }
   const int out = open((base + ".out").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
   const int err = open((base + ".err").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
+  const auto start = std::chrono::steady_clock::now();
   const pid_t pid = Spawn(argv, options, dir_, options.out >= 0 ? options.out : out, err);
-  close(out);
-  close(err);
+  for (int fd : {out, err}) close(fd);
   if (options.started) options.started(pid);
   int status = Reap(pid, 60000);
   if (status == kRunning) kill(-pid, SIGKILL), status = Reap(pid, 5000);
-  return {ReadFile(base + ".out"), ReadFile(base + ".err"), status};
+  return {ReadFile(base + ".out"), ReadFile(base + ".err"), status, MsSince(start), pid};
 }
 
 std::string Rig::Transcript(const std::string& text, int count) const {
@@ -305,33 +297,38 @@ int FreePort() {
 }
 
 FullListener::FullListener() {
-  const auto [listener, port] = Loopback(0, false);
-  fds_ = {listener};
-  port_ = port;
+  const auto [listener, bound] = Loopback(0, false);
+  fds = {listener};
+  port = bound;
   listen(listener, 0);
   // Linux keeps one connection more than the backlog waiting; a few more make sure.
-  for (int i = 0; i < 3; ++i) fds_.push_back(Loopback(port_, true, SOCK_NONBLOCK).second);
+  for (int i = 0; i < 3; ++i) fds.push_back(Loopback(port, true, SOCK_NONBLOCK).second);
   std::this_thread::sleep_for(std::chrono::milliseconds(100));
 }
 
-FullListener::~FullListener() { std::for_each(fds_.begin(), fds_.end(), close); }
+FullListener::~FullListener() { std::for_each(fds.begin(), fds.end(), close); }
 
 Ser2net::Ser2net(const Rig& rig, bool rfc2217) {
   const int port = FreePort();
-  entry_ = (rfc2217 ? "rfc2217://127.0.0.1:" : "tcp://127.0.0.1:") + std::to_string(port);
+  entry = (rfc2217 ? "rfc2217://127.0.0.1:" : "tcp://127.0.0.1:") + std::to_string(port);
   const std::string config = rig.File("ser2net.yaml");
   std::ofstream(config) << "connection: &line\n    accepter: "
                         << (rfc2217 ? "telnet(rfc2217),tcp," : "tcp,") << "127.0.0.1," << port
                         << "\n    connector: serialdev," << rig.pty() << ",19200n82,local\n";
   const int log = open(rig.File("ser2net.log").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
-  pid_ = Spawn({"/usr/sbin/ser2net", "-n", "-d", "-c", config}, {}, "", log, log);
+  pid = Spawn({"/usr/sbin/ser2net", "-n", "-d", "-c", config}, {}, "", log, log);
   close(log);
-  // Up to 30 s: a loaded machine can be slow to start it.
-  if (!WaitUntil([port] { return Listens(port); }, 30000)) {
-    problem_ = "ser2net did not listen: " + ReadFile(rig.File("ser2net.log"));
+  // Its listening socket in /proc/net/tcp, for up to 30 s as a loaded machine can be slow to
+  // start it (a test connection would make ser2net open its device, which the simulator would
+  // count).
+  char wanted[32];
+  std::snprintf(wanted, sizeof wanted, "0100007F:%04X 00000000:0000 0A", port);
+  if (!WaitUntil([&wanted] { return Count(ReadFile("/proc/net/tcp"), wanted) > 0; }, 30000)) {
+    Stop(pid);
+    throw std::runtime_error("ser2net did not listen: " + ReadFile(rig.File("ser2net.log")));
   }
 }
 
-Ser2net::~Ser2net() { Stop(pid_); }
+Ser2net::~Ser2net() { Stop(pid); }
 
 }  // namespace kw::e2e

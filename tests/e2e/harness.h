@@ -16,10 +16,13 @@ constexpr char kCentre[] = "0800123456";
 constexpr char kPortTaken[] =
     "Error: [520] Error opening com port. Make sure no other application is using this port.\r\n";
 
-/// What one run of the program gave: its output, and its exit code or minus its signal.
+/// What one run of the program gave: its output, its exit code or minus its signal, how many
+/// milliseconds it took, and its process id.
 struct RunResult {
   std::string out, err;
   int status = -1;
+  long long ms = 0;
+  pid_t pid = -1;
 };
 
 /// What a test may add to a run.
@@ -109,32 +112,22 @@ class SystemLog {
 int FreePort();
 
 /// A listener on 127.0.0.1 whose backlog is full: a connection to it is never answered.
-class FullListener {
- public:
+struct FullListener {
   FullListener();
   ~FullListener();
-  int port() const { return port_; }
-
- private:
-  std::vector<int> fds_;  ///< the listener, then connections that fill its backlog
-  int port_ = 0;
+  std::vector<int> fds;  ///< the listener, then connections that fill its backlog
+  int port = 0;
 };
 
 /// ser2net (Debian's package) in front of the rig's pty, on a free port of 127.0.0.1, raw or in
 /// telnet(rfc2217) mode, with the device's own settings 19200 baud and 2 stop bits; stopped when
-/// it goes. It opens the device when a client connects and closes it when the client goes.
-class Ser2net {
- public:
+/// it goes, and the constructor throws if it doesn't listen. It opens the device when a client
+/// connects and closes it when the client goes.
+struct Ser2net {
   Ser2net(const Rig& rig, bool rfc2217);
   ~Ser2net();
-  /// Why it doesn't serve (it didn't listen), or "".
-  const std::string& problem() const { return problem_; }
-  /// The [Ports] entry that reaches it.
-  const std::string& entry() const { return entry_; }
-
- private:
-  pid_t pid_ = -1;
-  std::string entry_, problem_;
+  pid_t pid = -1;
+  std::string entry;  ///< the [Ports] entry that reaches it
 };
 
 }  // namespace kw::e2e
