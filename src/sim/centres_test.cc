@@ -11,6 +11,7 @@ TEST(CentresTest, AnswerOnlyTheBlocksAndFramesTheyCanTrust) {
       {"tap", login + "abc\r\0031=;\r", loggedIn + "\x06"},
       {"tap", login + "abc\r\0031DB\r", loggedIn + "\x15"},  // checksum
       {"tap", login + "\0030:8\r", loggedIn + "\x15"},       // no CR behind the message
+      {"tap", login + "abc\0031<>\r", loggedIn + "\x15"},    // nor behind the recipient's alone
       // Noise, then a frame in two pieces.
       {"ucp", "ATH\00201/00036/O/01/12345/678//3/616263/C0\x03", "01/00019/R/01/A//69"},
       {"ucp", "ATH\00201/00036/O/01/12345/678//3/616263/C1\x03", "01/00022/R/01/N/01//00"},

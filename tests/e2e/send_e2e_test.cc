@@ -151,7 +151,8 @@ TEST(SendProgramE2E, ThreeRunsStartedTogetherAllSendOneAfterTheOther) {
 }
 
 // From a shell: the message on standard input, a text that Windows-1252 lacks, input that sends
-// nothing, the help and the version, which need no settings, and an ini that is a folder.
+// nothing, the help and the version, which need no settings, and an ini that is a folder; and
+// the simulator's help.
 TEST(SendProgramE2E, TextFromStandardInputAWarningForTheCodePageAndBadInput) {
   const struct {
     const char* shell;
@@ -169,6 +170,7 @@ TEST(SendProgramE2E, TextFromStandardInputAWarningForTheCodePageAndBadInput) {
       {"./kestrawind-send --help | grep -c -- --wait; exit ${PIPESTATUS[0]}", 0, "1\n", ""},
       {"./kestrawind-send --version | sed 's/[0-9]\\+/N/g'; exit ${PIPESTATUS[0]}", 0,
        "kestrawind-send (Kestrawind) N.N.N\r\n", ""},
+      {KW_SIM_BINARY " --help | head -1", 0, "Usage: kestrawind-sim [OPTION]...\n", ""},
       {"./kestrawind-send --config /tmp 0612 hi", 78,
        "Error: [570] Configuration file not found.\r\n", "kestrawind-send: /tmp: Is a directory\n"},
   };
